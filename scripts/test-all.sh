@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Builds and tests every supported configuration: Linux x86-64, Linux i386 and
+# the AddressSanitizer+UndefinedBehaviorSanitizer build. Installs the Debian
+# packages it needs first (as root), so it runs on a fresh Debian 12 machine.
+#
+# Usage: scripts/test-all.sh [preset...]   (default: all three)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/install-deps.sh
+
+presets=("$@")
+(( ${#presets[@]} )) || presets=(linux-x64-debug linux-i386 asan-ubsan)
+jobs=$(nproc 2>/dev/null || echo 2)
+
+for preset in "${presets[@]}"; do
+  echo "=== ${preset}: configure and build"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j "$jobs"
+  echo "=== ${preset}: test"
+  ctest --preset "$preset" -j "$jobs"
+done
+echo "=== all configurations passed: ${presets[*]}"

@@ -1,0 +1,225 @@
+// BindingProperty: the one generic value of the framework, and BindingResult,
+// a value with a success flag in which conversions and decoders report.
+//
+// A value is a tree: scalars at the leaves, ordered collections and named
+// structures inside. All nodes of one tree share one BindingStore, owned by
+// the tree's root and created lazily on the first operation that needs heap
+// storage. The store owns the tree's payload records and nodes (served from
+// small-object pools) and its interned strings (one reference-counted entry
+// per distinct content, member names included).
+//
+// Ownership rules:
+//  * A value created by itself (a local, a field, a result) is a root and
+//    owns its store. Children refer to the root's store and do not own it.
+//  * Values of different trees never share storage. Moving between two roots
+//    swaps them wholesale; any other move deep-copies into the destination's
+//    store and clears the source. Copies are always deep.
+//  * References returned by At, Append and Member stay valid until that
+//    element or member is removed (Clear, overwrite of the container, or a
+//    kind change of an ancestor). Growing a collection may move its elements:
+//    do not hold an element reference across Append/At on the same
+//    collection. Structure members never move.
+//
+// Thread-safety: a tree and its store are used by one thread at a time. The
+// process-wide page provider behind all stores is internally locked.
+#ifndef KAV_BINDING_BINDING_PROPERTY_H_
+#define KAV_BINDING_BINDING_PROPERTY_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "binding/static_type.h"
+
+namespace kav {
+
+enum class BindingKind : uint8_t {
+  kEmpty = 0,
+  kBool = 1,
+  kSigned = 2,
+  kUnsigned = 3,
+  kFloat = 4,
+  kString = 5,
+  kBlob = 6,
+  kEnum = 7,
+  kCollection = 8,
+  kStructure = 9,
+};
+
+// "empty", "bool", "signed", "unsigned", "float", "string", "blob", "enum",
+// "collection", "structure"; "" for any other code.
+const char* KindName(uint32_t code);
+
+// Payload of an enum value: the enumerator and the identity of its type.
+struct BindingEnum {
+  int32_t value = 0;
+  const StaticTypeIdentity* type = nullptr;
+};
+
+class BindingStore;
+class BindingPropertyVisitor;
+
+class BindingProperty {
+ public:
+  class MemberIterator;
+  struct MemberRange {
+    MemberIterator begin() const;
+    MemberIterator end() const;
+    const BindingProperty* owner;
+  };
+
+  // Empty, no store, owning.
+  BindingProperty() noexcept;
+  BindingProperty(const BindingProperty& other);
+  BindingProperty(BindingProperty&& other) noexcept;
+  BindingProperty& operator=(const BindingProperty& other);
+  BindingProperty& operator=(BindingProperty&& other) noexcept;
+  ~BindingProperty();
+
+  // Releases the payload; the value becomes empty. Store and owning flag stay.
+  void Clear() noexcept;
+
+  // ---- Inspection: never changes the value, never fails. ----
+  BindingKind Kind() const { return kind_; }
+  bool IsEmpty() const { return kind_ == BindingKind::kEmpty; }
+  // empty 0; string bytes; blob bytes; collection elements; structure
+  // members; any other kind 1.
+  size_t Size() const;
+
+  // The payload when the kind matches exactly, otherwise `fallback`.
+  bool AsBool(bool fallback = false) const;
+  int64_t AsSigned(int64_t fallback = 0) const;
+  uint64_t AsUnsigned(uint64_t fallback = 0) const;
+  double AsFloat(double fallback = 0.0) const;
+  // The returned view of a string is always followed by a NUL byte.
+  std::string_view AsString(std::string_view fallback = {}) const;
+  std::span<const uint8_t> AsBlob(std::span<const uint8_t> fallback = {}) const;
+  BindingEnum AsEnum(BindingEnum fallback = {}) const;
+
+  // Element `index` of a collection; a shared static empty value otherwise.
+  const BindingProperty& At(size_t index) const;
+  // Member `name` of a structure; a shared static empty value otherwise.
+  const BindingProperty& Find(std::string_view name) const;
+  // Members of a structure in byte-wise name order; empty for other kinds.
+  MemberRange Members() const { return MemberRange{this}; }
+
+  // Depth-first walk reporting each node to `visitor`.
+  void Visit(BindingPropertyVisitor& visitor) const;
+
+  // ---- Building: each setter clears the old payload first. ----
+  void SetBool(bool value);
+  void SetSigned(int64_t value);
+  void SetUnsigned(uint64_t value);
+  void SetFloat(double value);
+  void SetString(const char* text);  // NUL-terminated; null means ""
+  void SetString(std::string_view text);
+  void SetString(std::string&& text);
+  void SetBlob(std::span<const uint8_t> bytes);
+  void SetBlob(std::vector<uint8_t>&& bytes);
+  void SetEnum(int32_t value, const StaticTypeIdentity& type);
+
+  // Become an empty collection / structure unless already one.
+  void MakeCollection();
+  void MakeStructure();
+  // Reserve room for `count` elements of a collection; else nothing.
+  // Throws std::length_error beyond 0x0FFFFFFF elements.
+  void Reserve(size_t count);
+  // Makes this a collection if needed, appends empty elements until `index`
+  // exists and returns that element.
+  BindingProperty& At(size_t index);
+  // Makes this a collection if needed (an empty value becomes one) and
+  // appends one empty element.
+  BindingProperty& Append();
+  // Makes this a structure if needed and returns the member, inserting an
+  // empty one when missing.
+  BindingProperty& Member(std::string_view name);
+
+ private:
+  friend class BindingStore;
+  friend class MemberIterator;
+
+  union Payload {
+    bool boolean;
+    int64_t i64;
+    uint64_t u64;
+    double f64;
+    void* record;  // string entry, blob, enum record, collection or structure
+  };
+
+  Payload payload_{};
+  BindingStore* store_ = nullptr;
+  BindingKind kind_ = BindingKind::kEmpty;
+  bool owns_store_ = true;
+};
+
+// Iterates a structure's members as (name, value) in byte-wise name order.
+class BindingProperty::MemberIterator {
+ public:
+  using value_type = std::pair<std::string_view, const BindingProperty&>;
+  value_type operator*() const;
+  MemberIterator& operator++();
+  bool operator==(const MemberIterator& other) const { return node_ == other.node_; }
+  bool operator!=(const MemberIterator& other) const { return node_ != other.node_; }
+
+ private:
+  friend struct BindingProperty::MemberRange;
+  friend class BindingStore;
+  const void* node_ = nullptr;
+};
+
+// A value plus a success flag. Failure: ok false and the value is a structure
+// whose only member "error" holds the message (see SetError).
+class [[nodiscard]] BindingResult : public BindingProperty {
+ public:
+  BindingResult() = default;
+  explicit BindingResult(const BindingProperty& value) : BindingProperty(value) {}
+  explicit BindingResult(BindingProperty&& value) : BindingProperty(std::move(value)) {}
+  BindingResult(const BindingResult&) = default;
+  BindingResult(BindingResult&&) noexcept = default;
+  BindingResult& operator=(const BindingResult&) = default;
+  BindingResult& operator=(BindingResult&&) noexcept = default;
+
+  bool Ok() const { return ok_; }
+  // The message of a failure; "" when ok or when "error" is missing or not a
+  // string.
+  std::string_view Error() const;
+  // Clears the value, lowers ok and stores the message as member "error".
+  void SetError(std::string_view message);
+
+ private:
+  bool ok_ = true;
+};
+
+// The walking interface of Visit. Scalars are reported by kind; collections
+// as BeginCollection(n), then for each element BeginElement(i), the
+// element's walk, EndElement(i), then EndCollection(); structures as
+// BeginStructure(n), then for each member in name order VisitKey(name), the
+// member's walk, EndMember(name), then EndStructure().
+class BindingPropertyVisitor {
+ public:
+  virtual void VisitNull() = 0;
+  virtual void VisitBool(bool value) = 0;
+  virtual void VisitSigned(int64_t value) = 0;
+  virtual void VisitUnsigned(uint64_t value) = 0;
+  virtual void VisitFloat(double value) = 0;
+  virtual void VisitString(std::string_view value) = 0;
+  virtual void VisitBlob(std::span<const uint8_t> bytes) = 0;
+  virtual void VisitEnum(const BindingEnum& value) = 0;
+  virtual void BeginCollection(size_t count) = 0;
+  virtual void BeginElement(size_t index) = 0;
+  virtual void EndElement(size_t index) = 0;
+  virtual void EndCollection() = 0;
+  virtual void BeginStructure(size_t count) = 0;
+  virtual void VisitKey(std::string_view name) = 0;
+  virtual void EndMember(std::string_view name) = 0;
+  virtual void EndStructure() = 0;
+  virtual ~BindingPropertyVisitor() = default;
+};
+
+}  // namespace kav
+
+#endif  // KAV_BINDING_BINDING_PROPERTY_H_

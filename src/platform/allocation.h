@@ -1,0 +1,62 @@
+// The plugin's allocation table and its statistics.
+//
+// Every allocation of the plugin (new, delete, resize, text duplication, size
+// query) goes through one replaceable table of five functions with a context
+// pointer. On first use the table holds counting functions that keep six
+// 64-bit counters: peak bytes in use, live allocations at that peak, bytes
+// allocated, allocations, bytes freed, frees. Sizes are the usable sizes of
+// the blocks as the system allocator reports them.
+//
+// In the plugin library the global operator new and delete are routed here
+// (src/plugin/library), so standard containers are counted too; in other
+// programs only explicit calls of these functions are counted.
+//
+// Thread-safe: the counters are updated with atomic operations.
+#ifndef KAV_PLATFORM_ALLOCATION_H_
+#define KAV_PLATFORM_ALLOCATION_H_
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kav {
+
+struct AllocationTable {
+  void* context;
+  void* (*allocate)(void* context, size_t size);
+  void (*free)(void* context, void* block);  // null block: nothing
+  void* (*reallocate)(void* context, void* block, size_t size);
+  char* (*duplicate)(void* context, const char* text);
+  size_t (*usable_size)(void* context, const void* block);
+};
+
+struct MemoryStatistics {
+  uint64_t peak_bytes_in_use;
+  uint64_t live_allocations_at_peak;
+  uint64_t bytes_allocated;
+  uint64_t allocations;
+  uint64_t bytes_freed;
+  uint64_t frees;
+
+  uint64_t BytesInUse() const { return bytes_allocated - bytes_freed; }
+  uint64_t LiveAllocations() const { return allocations - frees; }
+};
+
+// Replaces the table; returns the previous one. A replacement is responsible
+// for its own bookkeeping. REQUIRES: no block allocated through the old table
+// is freed through the new one unless both agree on the heap.
+AllocationTable InstallAllocationTable(const AllocationTable& table);
+
+// Allocation through the current table. PluginAllocate never returns null:
+// it throws std::bad_alloc when the system is out of memory.
+void* PluginAllocate(size_t size);
+void PluginFree(void* block) noexcept;
+void* PluginReallocate(void* block, size_t size);
+char* PluginDuplicate(const char* text);  // null gives null
+size_t PluginUsableSize(const void* block) noexcept;
+
+// A snapshot of the counters of the counting table.
+MemoryStatistics ReadMemoryStatistics() noexcept;
+
+}  // namespace kav
+
+#endif  // KAV_PLATFORM_ALLOCATION_H_
