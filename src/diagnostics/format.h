@@ -16,6 +16,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace kav {
 
@@ -67,10 +68,35 @@ class FormatArgument {
 };
 
 // Positional formatter. The result holds at most 4095 characters.
+//
+// "%N" (N from 1 to the number of arguments, not followed by "$") writes
+// argument N with its default conversion; "%N$..." and plain printf-style
+// conversions use flags, width, precision ("*" and "*N$" take the value from
+// an integer argument), length and conversion as written, except that a
+// conversion the argument's type does not allow becomes the type's default
+// (so "%s" of an integer prints it in decimal and "n" is never performed).
+// Conversions without a number take the arguments in order. Formatting stops,
+// keeping what was written, at a conversion longer than 60 characters, at a
+// conversion or "*" whose argument is missing, at a "*" whose argument is not
+// an integer, and when the 4096-byte buffer is full. No heap allocation
+// beyond the returned text.
 std::string FormatMessage(std::string_view format, std::span<const FormatArgument> arguments);
 inline std::string FormatMessage(std::string_view format,
                                  std::initializer_list<FormatArgument> arguments) {
-  return FormatMessage(format, std::span<const FormatArgument>(arguments.begin(), arguments.size()));
+  return FormatMessage(format,
+                       std::span<const FormatArgument>(arguments.begin(), arguments.size()));
+}
+// FormatMessage("Queue %1 of %2", id, name). Texts are viewed, not copied, so
+// temporaries live long enough.
+template <class... Arguments>
+requires(std::is_constructible_v<FormatArgument, const Arguments&>&&...) std::string
+    FormatMessage(std::string_view format, const Arguments&... arguments) {
+  if constexpr (sizeof...(Arguments) == 0) {
+    return FormatMessage(format, std::span<const FormatArgument>());
+  } else {
+    const FormatArgument converted[] = {FormatArgument(arguments)...};
+    return FormatMessage(format, std::span<const FormatArgument>(converted));
+  }
 }
 
 // Typed argument of the named formatter and a recorded parameter.
@@ -105,13 +131,32 @@ struct NamedArgument {
 using FormatParameters = std::map<std::string, NamedArgument, std::less<>>;
 
 // Named formatter: writes the positional form of `format` into `positional`
-// and records the named arguments into `parameters`.
+// (replacing its content) and records the named arguments into `parameters`
+// (adding to, or overwriting, what it holds).
+//
+// Outside a placeholder "{{" gives "{", "}}" gives "}", "%%" stays "%%" and a
+// "%" conversion is copied unchanged and uses up one argument number. A
+// placeholder "{name}" takes the next argument number i and becomes "%i",
+// or "%i$spec" for "{name:spec}"; the argument is recorded under the name.
+// Inside a placeholder: "#" right after "{" makes a typed key (the name gets
+// a suffix by the argument's type, "_bool", "_int", "_float" or "_str",
+// unless it already ends in "_bool", "_int", "_long", "_float", "_str",
+// "_time" or "_ip"); "!" makes it silent (it writes nothing and removes white
+// space before it); "?text" is written instead, with nothing recorded, when
+// the argument is empty (false, 0, 0.0 or ""); "\" escapes the next
+// character; "{" is ignored. Placeholders beyond the last argument vanish.
 void FormatNamed(std::string_view format, std::span<const NamedArgument> arguments,
                  std::string& positional, FormatParameters& parameters);
 
 // FormatNamed followed by FormatMessage with the same arguments.
 std::string FormatNamedMessage(std::string_view format, std::span<const NamedArgument> arguments,
                                FormatParameters& parameters);
+inline std::string FormatNamedMessage(std::string_view format,
+                                      std::initializer_list<NamedArgument> arguments,
+                                      FormatParameters& parameters) {
+  return FormatNamedMessage(
+      format, std::span<const NamedArgument>(arguments.begin(), arguments.size()), parameters);
+}
 
 }  // namespace kav
 

@@ -27,8 +27,8 @@ struct Nothing {
 };
 
 struct Failure {
-  uint32_t code = 0;           // a status code; 0 when none applies
-  std::string message;         // the finished message
+  uint32_t code = 0;            // a status code; 0 when none applies
+  std::string message;          // the finished message
   FormatParameters parameters;  // the values put into the message
 
   // A failure whose message is `format` filled by the named formatter; a
@@ -36,9 +36,28 @@ struct Failure {
   static Failure Make(uint32_t code, std::string_view format,
                       std::initializer_list<NamedArgument> arguments = {});
   // The failure with which handlers answer incoming calls: status 500 and the
-  // text as message, "Internal server error" when the text is empty.
+  // text as message (taken literally, braces included), "Internal server
+  // error" when the text is empty; records "errorCode_int" 500 like Make.
   static Failure Internal(std::string_view text);
 };
+
+inline Failure Failure::Make(uint32_t code, std::string_view format,
+                             std::initializer_list<NamedArgument> arguments) {
+  Failure failure;
+  failure.code = code;
+  failure.message = FormatNamedMessage(format, arguments, failure.parameters);
+  if (code != 0) failure.parameters.insert_or_assign("errorCode_int", NamedArgument(code));
+  return failure;
+}
+
+inline Failure Failure::Internal(std::string_view text) {
+  constexpr uint32_t kInternalServerError = 500;
+  Failure failure;
+  failure.code = kInternalServerError;
+  failure.message = text.empty() ? std::string("Internal server error") : std::string(text);
+  failure.parameters.insert_or_assign("errorCode_int", NamedArgument(kInternalServerError));
+  return failure;
+}
 
 // Extras that a handler's answer hands to the response.
 struct ResponseExtras {
