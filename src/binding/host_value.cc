@@ -1,0 +1,247 @@
+#include "binding/host_value.h"
+
+#include <cstring>
+#include <new>
+#include <span>
+
+#include "binding/type_registry.h"
+#include "diagnostics/format.h"
+#include "platform/allocation.h"
+
+namespace kav {
+namespace {
+
+void SetNull(KavHostValue& value) {
+  std::memset(&value, 0, sizeof(value));
+  value.kind = KAV_VALUE_NULL;
+}
+
+void SetReference(KavHostValue& value, uint32_t kind, const void* data, size_t size) {
+  value.kind = kind;
+  value.payload.ref.data = data;
+  value.payload.ref.size = static_cast<uint32_t>(size);
+}
+
+// Heap copy of `size` bytes followed by a zero byte.
+char* CopyText(const char* text, size_t size) {
+  auto* copy = static_cast<char*>(PluginAllocate(size + 1));
+  if (size != 0) std::memcpy(copy, text, size);
+  copy[size] = '\0';
+  return copy;
+}
+
+// Builds `target`, which is null on entry. Throws std::bad_alloc; whatever
+// was built before stays reachable from `target` so that it can be released.
+void BuildHostValue(KavHostValue& target, const BindingProperty& source,
+                    const TypeRegistry* registry) {
+  switch (source.Kind()) {
+    case BindingKind::kEmpty:
+      return;
+    case BindingKind::kBool:
+      target.kind = KAV_VALUE_BOOL;
+      target.payload.boolean = source.AsBool() ? 1 : 0;
+      return;
+    case BindingKind::kSigned:
+      target.kind = KAV_VALUE_SIGNED;
+      target.payload.i64 = source.AsSigned();
+      return;
+    case BindingKind::kUnsigned:
+      target.kind = KAV_VALUE_UNSIGNED;
+      target.payload.u64 = source.AsUnsigned();
+      return;
+    case BindingKind::kFloat:
+      target.kind = KAV_VALUE_FLOAT;
+      target.payload.f64 = source.AsFloat();
+      return;
+    case BindingKind::kString: {
+      std::string_view text = source.AsString();
+      SetReference(target, KAV_VALUE_STRING_OWNED, CopyText(text.data(), text.size()), text.size());
+      return;
+    }
+    case BindingKind::kBlob: {
+      std::span<const uint8_t> bytes = source.AsBlob();
+      void* copy = nullptr;
+      if (!bytes.empty()) {
+        copy = PluginAllocate(bytes.size());
+        std::memcpy(copy, bytes.data(), bytes.size());
+      }
+      SetReference(target, KAV_VALUE_BLOB_OWNED, copy, bytes.size());
+      return;
+    }
+    case BindingKind::kEnum: {
+      BindingEnum value = source.AsEnum();
+      const char* name = registry != nullptr && value.type != nullptr
+                             ? registry->EnumValueName(*value.type, value.value)
+                             : nullptr;
+      if (name == nullptr) {
+        target.kind = KAV_VALUE_SIGNED;
+        target.payload.i64 = value.value;
+        return;
+      }
+      size_t size = std::strlen(name);
+      SetReference(target, KAV_VALUE_STRING_OWNED, CopyText(name, size), size);
+      return;
+    }
+    case BindingKind::kCollection: {
+      size_t count = source.Size();
+      if (count == 0) return SetReference(target, KAV_VALUE_ARRAY, nullptr, 0);
+      auto* elements = static_cast<KavHostValue*>(PluginAllocate(count * sizeof(KavHostValue)));
+      for (size_t index = 0; index < count; ++index) SetNull(elements[index]);
+      SetReference(target, KAV_VALUE_ARRAY, elements, count);
+      for (size_t index = 0; index < count; ++index) {
+        BuildHostValue(elements[index], source.At(index), registry);
+      }
+      return;
+    }
+    case BindingKind::kStructure: {
+      size_t count = source.Size();
+      if (count == 0) return SetReference(target, KAV_VALUE_MAP, nullptr, 0);
+      auto* entries =
+          static_cast<KavHostMapEntry*>(PluginAllocate(count * sizeof(KavHostMapEntry)));
+      for (size_t index = 0; index < count; ++index) {
+        entries[index].key = nullptr;
+        entries[index].owns_key = 0;
+        SetNull(entries[index].value);
+      }
+      SetReference(target, KAV_VALUE_MAP, entries, count);
+      size_t index = 0;
+      for (auto [name, member] : source.Members()) {
+        KavHostMapEntry& entry = entries[index++];
+        entry.key = CopyText(name.data(), name.size());
+        entry.owns_key = 1;
+        BuildHostValue(entry.value, member, registry);
+      }
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+const char* HostValueKindName(uint32_t kind) {
+  switch (kind) {
+    case KAV_VALUE_BOOL:
+      return "bool";
+    case KAV_VALUE_SIGNED:
+      return "signed";
+    case KAV_VALUE_UNSIGNED:
+      return "unsigned";
+    case KAV_VALUE_FLOAT:
+      return "float";
+    case KAV_VALUE_STRING_BORROWED:
+    case KAV_VALUE_STRING_OWNED:
+      return "string";
+    case KAV_VALUE_BLOB_BORROWED:
+    case KAV_VALUE_BLOB_OWNED:
+      return "blob";
+    case KAV_VALUE_ARRAY:
+      return "collection";
+    case KAV_VALUE_MAP:
+      return "structure";
+    default:
+      return "";
+  }
+}
+
+bool FromHostValue(BindingResult& status, BindingProperty& target, const KavHostValue& source,
+                   std::string_view path) {
+  target.Clear();
+  const uint32_t kind = source.kind;
+  const void* data = source.payload.ref.data;
+  const uint32_t size = source.payload.ref.size;
+  switch (kind) {
+    case KAV_VALUE_NULL:
+      return status.Ok();
+    case KAV_VALUE_BOOL:
+      target.SetBool(source.payload.boolean != 0);
+      return status.Ok();
+    case KAV_VALUE_SIGNED:
+      target.SetSigned(source.payload.i64);
+      return status.Ok();
+    case KAV_VALUE_UNSIGNED:
+      target.SetUnsigned(source.payload.u64);
+      return status.Ok();
+    case KAV_VALUE_FLOAT:
+      target.SetFloat(source.payload.f64);
+      return status.Ok();
+    case KAV_VALUE_STRING_BORROWED:
+    case KAV_VALUE_STRING_OWNED:
+      // The text runs to its zero byte; the length field is not trusted.
+      target.SetString(static_cast<const char*>(data));
+      return status.Ok();
+    case KAV_VALUE_BLOB_BORROWED:
+    case KAV_VALUE_BLOB_OWNED:
+      target.SetBlob(
+          std::span<const uint8_t>(static_cast<const uint8_t*>(data), data != nullptr ? size : 0));
+      return status.Ok();
+    case KAV_VALUE_ARRAY: {
+      const auto* elements = static_cast<const KavHostValue*>(data);
+      target.MakeCollection();
+      target.Reserve(size);
+      for (uint32_t index = 0; index < size; ++index) {
+        if (!FromHostValue(status, target.At(index), elements[index], path)) return false;
+      }
+      return status.Ok();
+    }
+    case KAV_VALUE_MAP: {
+      const auto* entries = static_cast<const KavHostMapEntry*>(data);
+      target.MakeStructure();
+      for (uint32_t index = 0; index < size; ++index) {
+        const KavHostMapEntry& entry = entries[index];
+        const char* key = entry.key != nullptr ? entry.key : "";
+        if (!FromHostValue(status, target.Member(key), entry.value, path)) return false;
+      }
+      return status.Ok();
+    }
+    default:
+      status.SetError(FormatMessage(
+          "Couldn't assign value to '%1' of type object because the input is of an incompatible "
+          "type '%2'.",
+          {path, HostValueKindName(kind)}));
+      return false;
+  }
+}
+
+bool ToHostValue(KavHostValue& target, const BindingProperty& source,
+                 const TypeRegistry* registry) {
+  SetNull(target);
+  try {
+    BuildHostValue(target, source, registry);
+  } catch (const std::bad_alloc&) {
+    ReleaseHostValue(target);
+    return false;
+  }
+  return true;
+}
+
+void ReleaseHostValue(KavHostValue& value) noexcept {
+  void* data = const_cast<void*>(value.payload.ref.data);
+  const uint32_t size = value.payload.ref.size;
+  switch (value.kind) {
+    case KAV_VALUE_STRING_OWNED:
+    case KAV_VALUE_BLOB_OWNED:
+      PluginFree(data);
+      break;
+    case KAV_VALUE_ARRAY: {
+      auto* elements = static_cast<KavHostValue*>(data);
+      for (uint32_t index = 0; index < size; ++index) ReleaseHostValue(elements[index]);
+      PluginFree(data);
+      break;
+    }
+    case KAV_VALUE_MAP: {
+      auto* entries = static_cast<KavHostMapEntry*>(data);
+      for (uint32_t index = 0; index < size; ++index) {
+        KavHostMapEntry& entry = entries[index];
+        if (entry.owns_key) PluginFree(const_cast<char*>(entry.key));
+        ReleaseHostValue(entry.value);
+      }
+      PluginFree(data);
+      break;
+    }
+    default:
+      break;
+  }
+  SetNull(value);
+}
+
+}  // namespace kav

@@ -1,0 +1,198 @@
+#include "binding/host_value.h"
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "binding/declare.h"
+#include "binding/property_text.h"
+#include "binding/type_registry.h"
+#include "platform/allocation.h"
+
+namespace kav::host_value_test {
+
+enum class Shade : int32_t { kLight = 1, kDark = 2 };
+
+constexpr auto BindingEnumerators(const Shade*) {
+  return Enumerators<Shade>({{"Light", Shade::kLight}, {"Dark", Shade::kDark}});
+}
+
+namespace {
+
+using testing_support::PropertyText;
+
+KavHostValue HostString(const char* text, uint32_t length,
+                        uint32_t kind = KAV_VALUE_STRING_BORROWED) {
+  KavHostValue value{};
+  value.kind = kind;
+  value.payload.ref.data = text;
+  value.payload.ref.size = length;
+  return value;
+}
+
+KavHostValue HostSigned(int64_t number) {
+  KavHostValue value{};
+  value.kind = KAV_VALUE_SIGNED;
+  value.payload.i64 = number;
+  return value;
+}
+
+// Copies of packed fields (a reference cannot bind to them).
+uint32_t KindOf(const KavHostValue& value) {
+  return value.kind;
+}
+uint32_t SizeOf(const KavHostValue& value) {
+  return value.payload.ref.size;
+}
+
+// A tree holding every kind of value.
+BindingProperty EveryKind() {
+  BindingProperty value;
+  value.Member("b").SetBool(true);
+  value.Member("s").SetSigned(-5);
+  value.Member("u").SetUnsigned(18446744073709551615u);
+  value.Member("f").SetFloat(2.5);
+  value.Member("t").SetString("text");
+  value.Member("e").SetString("");
+  const uint8_t bytes[] = {1, 0, 2};
+  value.Member("y").SetBlob(bytes);
+  value.Member("n");
+  BindingProperty& list = value.Member("l");
+  list.Append().SetSigned(1);
+  list.Append().MakeStructure();
+  list.Append().MakeCollection();
+  list.Append().Member("inner").SetString("x");
+  return value;
+}
+
+TEST(HostValueTest, KindNames) {
+  const char* expected[] = {"",       "bool", "signed", "unsigned",   "float",     "string",
+                            "string", "blob", "blob",   "collection", "structure", ""};
+  for (uint32_t kind = 0; kind < std::size(expected); ++kind) {
+    SCOPED_TRACE(kind);
+    EXPECT_STREQ(HostValueKindName(kind), expected[kind]);
+  }
+}
+
+TEST(HostValueTest, RoundTripKeepsEveryKindAndReleasesAllMemory) {
+  BindingProperty source = EveryKind();
+  const uint64_t before = ReadMemoryStatistics().BytesInUse();
+
+  KavHostValue host;
+  ASSERT_TRUE(ToHostValue(host, source, nullptr));
+  ASSERT_EQ(KindOf(host), static_cast<uint32_t>(KAV_VALUE_MAP));
+  ASSERT_EQ(SizeOf(host), 9u);
+  const auto* entries = static_cast<const KavHostMapEntry*>(host.payload.ref.data);
+  struct Row {
+    const char* key;
+    uint32_t kind;
+    uint32_t size;  // for kinds 6 to 10
+  };
+  const Row rows[] = {
+      // in member-name order
+      {"b", KAV_VALUE_BOOL, 0},         {"e", KAV_VALUE_STRING_OWNED, 0},
+      {"f", KAV_VALUE_FLOAT, 0},        {"l", KAV_VALUE_ARRAY, 4},
+      {"n", KAV_VALUE_NULL, 0},         {"s", KAV_VALUE_SIGNED, 0},
+      {"t", KAV_VALUE_STRING_OWNED, 4}, {"u", KAV_VALUE_UNSIGNED, 0},
+      {"y", KAV_VALUE_BLOB_OWNED, 3},
+  };
+  for (size_t i = 0; i < std::size(rows); ++i) {
+    SCOPED_TRACE(rows[i].key);
+    EXPECT_STREQ(entries[i].key, rows[i].key);
+    EXPECT_EQ(int{entries[i].owns_key}, 1);
+    EXPECT_EQ(KindOf(entries[i].value), rows[i].kind);
+    if (rows[i].kind >= KAV_VALUE_STRING_OWNED) {
+      EXPECT_EQ(SizeOf(entries[i].value), rows[i].size);
+    }
+  }
+  EXPECT_STREQ(static_cast<const char*>(entries[1].value.payload.ref.data), "")
+      << "an empty string is still a terminated text";
+  EXPECT_GT(ReadMemoryStatistics().BytesInUse(), before);
+
+  BindingResult status;
+  BindingProperty back;
+  ASSERT_TRUE(FromHostValue(status, back, host, "<result>"));
+  EXPECT_EQ(PropertyText(back), PropertyText(source));
+
+  ReleaseHostValue(host);
+  EXPECT_EQ(KindOf(host), static_cast<uint32_t>(KAV_VALUE_NULL));
+  EXPECT_EQ(uint64_t{host.payload.u64}, 0u);
+  EXPECT_EQ(ReadMemoryStatistics().BytesInUse(), before);
+}
+
+TEST(HostValueTest, EnumeratorsBecomeNamesWhenRegistered) {
+  TypeRegistry registry;
+  RegisterEnumeration<Shade>(registry, "Shade");
+  struct Row {
+    const char* name;
+    int32_t value;
+    const TypeRegistry* registry;
+    uint32_t kind;
+    std::string expected;
+  };
+  const Row rows[] = {
+      {"registered name", 2, &registry, KAV_VALUE_STRING_OWNED, "Dark"},
+      {"no registry", 2, nullptr, KAV_VALUE_SIGNED, "2"},
+      {"no enumerator", -7, &registry, KAV_VALUE_SIGNED, "-7"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    BindingProperty source;
+    source.SetEnum(row.value, StaticType::Of<Shade>());
+    KavHostValue host;
+    ASSERT_TRUE(ToHostValue(host, source, row.registry));
+    EXPECT_EQ(KindOf(host), row.kind);
+    if (row.kind == KAV_VALUE_SIGNED) {
+      EXPECT_EQ(std::to_string(host.payload.i64), row.expected);
+    } else {
+      EXPECT_EQ(static_cast<const char*>(host.payload.ref.data), row.expected);
+      EXPECT_EQ(SizeOf(host), row.expected.size());
+    }
+    ReleaseHostValue(host);
+  }
+}
+
+TEST(HostValueTest, ReadsHostRecords) {
+  // Borrowed texts run to their zero byte whatever the length says.
+  const char text[] = "abc";
+  KavHostValue entry_values[] = {HostSigned(1), HostSigned(2), HostString(text, 99)};
+  KavHostMapEntry entries[] = {
+      {"a", entry_values[0], 0}, {"a", entry_values[1], 0}, {nullptr, entry_values[2], 0}};
+  KavHostValue map{};
+  map.kind = KAV_VALUE_MAP;
+  map.payload.ref.data = entries;
+  map.payload.ref.size = 3;
+
+  BindingResult status;
+  BindingProperty target;
+  target.SetString("overwritten");
+  ASSERT_TRUE(FromHostValue(status, target, map, "p"));
+  EXPECT_EQ(PropertyText(target), "{:\"abc\",a:s2}") << "a repeated key keeps the last value";
+
+  // An unknown kind inside an array fails the whole conversion; elements
+  // before it stay.
+  KavHostValue elements[3] = {HostSigned(7), HostSigned(8), {}};
+  elements[2].kind = 42;
+  KavHostValue array{};
+  array.kind = KAV_VALUE_ARRAY;
+  array.payload.ref.data = elements;
+  array.payload.ref.size = 3;
+  EXPECT_FALSE(FromHostValue(status, target, array, "list"));
+  EXPECT_EQ(status.Error(),
+            "Couldn't assign value to 'list' of type object because the input is of an "
+            "incompatible type ''.");
+  EXPECT_EQ(PropertyText(target), "[s7,s8,null]");
+
+  // Releasing borrowed records frees nothing and only resets them.
+  KavHostValue borrowed = HostString(text, 3);
+  const uint64_t before = ReadMemoryStatistics().frees;
+  ReleaseHostValue(borrowed);
+  EXPECT_EQ(KindOf(borrowed), static_cast<uint32_t>(KAV_VALUE_NULL));
+  EXPECT_EQ(ReadMemoryStatistics().frees, before);
+  EXPECT_STREQ(text, "abc");
+}
+
+}  // namespace
+}  // namespace kav::host_value_test
