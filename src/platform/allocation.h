@@ -11,10 +11,13 @@
 // (src/plugin/library), so standard containers are counted too; in other
 // programs only explicit calls of these functions are counted.
 //
-// Thread-safe: the counters are updated with atomic operations.
+// Thread-safe: the counters are updated with atomic operations. Replacing
+// the table (InstallAllocationTable) is not synchronised with allocations on
+// other threads; it is meant for start-up and tests.
 #ifndef KAV_PLATFORM_ALLOCATION_H_
 #define KAV_PLATFORM_ALLOCATION_H_
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -50,12 +53,57 @@ AllocationTable InstallAllocationTable(const AllocationTable& table);
 // it throws std::bad_alloc when the system is out of memory.
 void* PluginAllocate(size_t size);
 void PluginFree(void* block) noexcept;
+// Like realloc: null on failure, the old block then stays valid.
 void* PluginReallocate(void* block, size_t size);
 char* PluginDuplicate(const char* text);  // null gives null
 size_t PluginUsableSize(const void* block) noexcept;
 
 // A snapshot of the counters of the counting table.
 MemoryStatistics ReadMemoryStatistics() noexcept;
+
+// The six counters and the rules that move them. Each allocation adds its
+// usable size to bytes allocated and 1 to allocations; each free adds the
+// usable size to bytes freed and 1 to frees. After each allocation, when
+// bytes in use exceed the peak, the peak takes that value and live
+// allocations at peak becomes allocations minus frees. Every update is a
+// compare-and-swap loop on a 64-bit atomic, so any thread may record.
+class AllocationCounters {
+ public:
+  constexpr AllocationCounters() = default;
+  AllocationCounters(const AllocationCounters&) = delete;
+  AllocationCounters& operator=(const AllocationCounters&) = delete;
+
+  void RecordAllocation(uint64_t usable_size) noexcept;
+  void RecordFree(uint64_t usable_size) noexcept;
+  MemoryStatistics Read() const noexcept;
+
+ private:
+  std::atomic<uint64_t> peak_bytes_in_use_{0};
+  std::atomic<uint64_t> live_allocations_at_peak_{0};
+  std::atomic<uint64_t> bytes_allocated_{0};
+  std::atomic<uint64_t> allocations_{0};
+  std::atomic<uint64_t> bytes_freed_{0};
+  std::atomic<uint64_t> frees_{0};
+};
+
+// The system heap (malloc, free, realloc, strdup and the usable-size query)
+// as an allocation table without counting. A request of 0 bytes is served
+// as 1 byte, so a successful allocation or resize never returns null.
+AllocationTable SystemAllocationTable() noexcept;
+
+// What the counting functions work with: the table that really allocates and
+// the counters that they move.
+struct CountingContext {
+  AllocationTable underlying;
+  AllocationCounters* counters;
+};
+
+// A table of counting functions over `context->underlying` (the table that
+// is installed at start-up counts over the system heap into the counters
+// that ReadMemoryStatistics reads). A resize counts as a free of the old
+// block and an allocation of the new one; a failed resize counts nothing.
+// REQUIRES: *context outlives every use of the returned table.
+AllocationTable CountingAllocationTable(CountingContext* context) noexcept;
 
 }  // namespace kav
 

@@ -1,0 +1,287 @@
+#include "host/host_value.h"
+
+#include <cstring>
+#include <utility>
+
+#include <rapidjson/document.h>
+#include <rapidjson/error/en.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace kav::host {
+namespace {
+
+std::string_view RecordText(const KavHostValue& record) {
+  const char* data = static_cast<const char*>(record.payload.ref.data);
+  if (data == nullptr) return {};
+  return {data, record.payload.ref.size};
+}
+
+Value FromJsonValue(const rapidjson::Value& json) {
+  switch (json.GetType()) {
+    case rapidjson::kNullType:
+      return Value();
+    case rapidjson::kFalseType:
+    case rapidjson::kTrueType:
+      return Value::Bool(json.GetBool());
+    case rapidjson::kStringType:
+      return Value::String(std::string(json.GetString(), json.GetStringLength()));
+    case rapidjson::kNumberType:
+      if (json.IsInt64()) return Value::Signed(json.GetInt64());
+      if (json.IsUint64()) return Value::Unsigned(json.GetUint64());
+      return Value::Float(json.GetDouble());
+    case rapidjson::kArrayType: {
+      Value::Array elements;
+      elements.reserve(json.Size());
+      for (const auto& element : json.GetArray()) elements.push_back(FromJsonValue(element));
+      return Value::MakeArray(std::move(elements));
+    }
+    case rapidjson::kObjectType: {
+      Value::Map entries;
+      entries.reserve(json.MemberCount());
+      for (const auto& member : json.GetObject()) {
+        entries.push_back({std::string(member.name.GetString(), member.name.GetStringLength()),
+                           FromJsonValue(member.value)});
+      }
+      return Value::MakeMap(std::move(entries));
+    }
+  }
+  return Value();
+}
+
+void WriteJson(const Value& value, rapidjson::Writer<rapidjson::StringBuffer>& writer) {
+  switch (value.kind()) {
+    case Value::Kind::kNull:
+      writer.Null();
+      break;
+    case Value::Kind::kBool:
+      writer.Bool(value.AsBool());
+      break;
+    case Value::Kind::kSigned:
+      writer.Int64(value.AsSigned());
+      break;
+    case Value::Kind::kUnsigned:
+      writer.Uint64(value.AsUnsigned());
+      break;
+    case Value::Kind::kFloat:
+      writer.Double(value.AsFloat());
+      break;
+    case Value::Kind::kString:
+      writer.String(value.AsString().data(),
+                    static_cast<rapidjson::SizeType>(value.AsString().size()));
+      break;
+    case Value::Kind::kBlob:
+      writer.StartArray();
+      for (uint8_t byte : value.AsBlob()) writer.Uint(byte);
+      writer.EndArray();
+      break;
+    case Value::Kind::kArray:
+      writer.StartArray();
+      for (const Value& element : value.AsArray()) WriteJson(element, writer);
+      writer.EndArray();
+      break;
+    case Value::Kind::kMap:
+      writer.StartObject();
+      for (const MapEntry& entry : value.AsMap()) {
+        writer.Key(entry.key.data(), static_cast<rapidjson::SizeType>(entry.key.size()));
+        WriteJson(entry.value, writer);
+      }
+      writer.EndObject();
+      break;
+  }
+}
+
+}  // namespace
+
+Value Value::Bool(bool value) {
+  Value made;
+  made.data_ = value;
+  return made;
+}
+
+Value Value::Signed(int64_t value) {
+  Value made;
+  made.data_ = value;
+  return made;
+}
+
+Value Value::Unsigned(uint64_t value) {
+  Value made;
+  made.data_ = value;
+  return made;
+}
+
+Value Value::Float(double value) {
+  Value made;
+  made.data_ = value;
+  return made;
+}
+
+Value Value::String(std::string text) {
+  Value made;
+  made.data_ = std::move(text);
+  return made;
+}
+
+Value Value::MakeBlob(Blob bytes) {
+  Value made;
+  made.data_ = std::move(bytes);
+  return made;
+}
+
+Value Value::MakeArray(Array elements) {
+  Value made;
+  made.data_ = std::move(elements);
+  return made;
+}
+
+Value Value::MakeMap(Map entries) {
+  Value made;
+  made.data_ = std::move(entries);
+  return made;
+}
+
+Value Value::FromRecord(const KavHostValue& record) {
+  switch (record.kind) {
+    case KAV_VALUE_BOOL:
+      return Bool(record.payload.boolean != 0);
+    case KAV_VALUE_SIGNED:
+      return Signed(record.payload.i64);
+    case KAV_VALUE_UNSIGNED:
+      return Unsigned(record.payload.u64);
+    case KAV_VALUE_FLOAT:
+      return Float(record.payload.f64);
+    case KAV_VALUE_STRING_BORROWED:
+    case KAV_VALUE_STRING_OWNED:
+      return String(std::string(RecordText(record)));
+    case KAV_VALUE_BLOB_BORROWED:
+    case KAV_VALUE_BLOB_OWNED: {
+      const auto* bytes = static_cast<const uint8_t*>(record.payload.ref.data);
+      return MakeBlob(bytes == nullptr ? Blob() : Blob(bytes, bytes + record.payload.ref.size));
+    }
+    case KAV_VALUE_ARRAY: {
+      const auto* elements = static_cast<const KavHostValue*>(record.payload.ref.data);
+      Array copied;
+      for (uint32_t i = 0; elements != nullptr && i < record.payload.ref.size; ++i) {
+        copied.push_back(FromRecord(elements[i]));
+      }
+      return MakeArray(std::move(copied));
+    }
+    case KAV_VALUE_MAP: {
+      const auto* entries = static_cast<const KavHostMapEntry*>(record.payload.ref.data);
+      Map copied;
+      for (uint32_t i = 0; entries != nullptr && i < record.payload.ref.size; ++i) {
+        copied.push_back(
+            {entries[i].key != nullptr ? entries[i].key : "", FromRecord(entries[i].value)});
+      }
+      return MakeMap(std::move(copied));
+    }
+    default:
+      return Value();
+  }
+}
+
+std::optional<Value> Value::FromJson(std::string_view text, std::string* error) {
+  rapidjson::Document document;
+  document.Parse(text.data(), text.size());
+  if (document.HasParseError()) {
+    if (error != nullptr) {
+      *error = std::string(rapidjson::GetParseError_En(document.GetParseError())) + " (offset " +
+               std::to_string(document.GetErrorOffset()) + ")";
+    }
+    return std::nullopt;
+  }
+  return FromJsonValue(document);
+}
+
+const Value* Value::Find(std::string_view key) const {
+  if (kind() != Kind::kMap) return nullptr;
+  for (const MapEntry& entry : AsMap()) {
+    if (entry.key == key) return &entry.value;
+  }
+  return nullptr;
+}
+
+std::string Value::ToJson() const {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  WriteJson(*this, writer);
+  return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+bool Value::operator==(const Value& other) const {
+  return data_ == other.data_;
+}
+
+KavHostValue RecordArena::Build(const Value& value) {
+  KavHostValue record{};
+  switch (value.kind()) {
+    case Value::Kind::kNull:
+      record.kind = KAV_VALUE_NULL;
+      break;
+    case Value::Kind::kBool:
+      record.kind = KAV_VALUE_BOOL;
+      record.payload.boolean = value.AsBool() ? 1 : 0;
+      break;
+    case Value::Kind::kSigned:
+      record.kind = KAV_VALUE_SIGNED;
+      record.payload.i64 = value.AsSigned();
+      break;
+    case Value::Kind::kUnsigned:
+      record.kind = KAV_VALUE_UNSIGNED;
+      record.payload.u64 = value.AsUnsigned();
+      break;
+    case Value::Kind::kFloat:
+      record.kind = KAV_VALUE_FLOAT;
+      record.payload.f64 = value.AsFloat();
+      break;
+    case Value::Kind::kString:
+      record.kind = KAV_VALUE_STRING_OWNED;
+      record.payload.ref.data = Text(value.AsString());
+      record.payload.ref.size = static_cast<uint32_t>(value.AsString().size());
+      break;
+    case Value::Kind::kBlob: {
+      const Value::Blob& bytes = value.AsBlob();
+      uint8_t* copy = Bytes(bytes.size());
+      if (!bytes.empty()) std::memcpy(copy, bytes.data(), bytes.size());
+      record.kind = KAV_VALUE_BLOB_OWNED;
+      record.payload.ref.data = copy;
+      record.payload.ref.size = static_cast<uint32_t>(bytes.size());
+      break;
+    }
+    case Value::Kind::kArray: {
+      const Value::Array& elements = value.AsArray();
+      KavHostValue* built = Records<KavHostValue>(elements.size());
+      for (size_t i = 0; i < elements.size(); ++i) built[i] = Build(elements[i]);
+      record.kind = KAV_VALUE_ARRAY;
+      record.payload.ref.data = built;
+      record.payload.ref.size = static_cast<uint32_t>(elements.size());
+      break;
+    }
+    case Value::Kind::kMap: {
+      const Value::Map& entries = value.AsMap();
+      KavHostMapEntry* built = Records<KavHostMapEntry>(entries.size());
+      for (size_t i = 0; i < entries.size(); ++i) {
+        built[i].key = Text(entries[i].key);
+        built[i].value = Build(entries[i].value);
+        built[i].owns_key = 1;
+      }
+      record.kind = KAV_VALUE_MAP;
+      record.payload.ref.data = built;
+      record.payload.ref.size = static_cast<uint32_t>(entries.size());
+      break;
+    }
+  }
+  return record;
+}
+
+const char* RecordArena::Text(std::string_view text) {
+  return texts_.emplace_back(text).c_str();
+}
+
+uint8_t* RecordArena::Bytes(size_t size) {
+  // One spare byte so that an empty block still has an address of its own.
+  return blocks_.emplace_back(size + 1, uint8_t{0}).data();
+}
+
+}  // namespace kav::host

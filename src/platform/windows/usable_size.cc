@@ -1,0 +1,14 @@
+#ifdef _WIN32
+#include <malloc.h>
+
+#include "platform/system_heap.h"
+
+namespace kav {
+
+size_t SystemUsableSize(const void* block) noexcept {
+  if (block == nullptr) return 0;
+  return _msize(const_cast<void*>(block));
+}
+
+}  // namespace kav
+#endif  // _WIN32
