@@ -1,0 +1,590 @@
+#include "serialization/yaml.h"
+
+#include <yaml.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "binding/text_conversion.h"
+#include "diagnostics/format.h"
+
+namespace kav {
+namespace {
+
+constexpr std::string_view kStrTag = "tag:yaml.org,2002:str";
+constexpr std::string_view kIntTag = "tag:yaml.org,2002:int";
+constexpr std::string_view kFloatTag = "tag:yaml.org,2002:float";
+constexpr std::string_view kBoolTag = "tag:yaml.org,2002:bool";
+
+constexpr std::string_view kMultiDocument = "Multi-document YAML is not supported.";
+constexpr std::string_view kInvalidKey =
+    "Invalid mapping key. Only string scalar keys are allowed. At line: %1 col: %2";
+constexpr std::string_view kDuplicateAnchor =
+    "Duplicate occurrence of anchor \"%1\". At line: %2 col: %3";
+constexpr std::string_view kSequenceAsKey = "Unexpected start of sequence. At line: %1 col: %2";
+constexpr std::string_view kMappingAsKey = "Unexpected start of mapping. At line: %1 col: %2";
+constexpr std::string_view kCyclicAlias =
+    "Cannot deserialize cyclic aliases. Alias \"%1\". At line: %2 col: %3";
+constexpr std::string_view kUndefinedAlias =
+    "Undefined alias encountered: \"%1\". At line: %2 col: %3";
+constexpr std::string_view kParserError = "YAML parser error: %1. At line: %2 col: %3";
+constexpr std::string_view kUnsupportedTag = "Unsupported YAML tag '%1'.";
+constexpr std::string_view kTooDeep = "Nesting exceeds %1 levels. At line: %2 col: %3";
+constexpr std::string_view kAliasBudget =
+    "Alias expansion exceeds %1 nodes. Alias \"%2\". At line: %3 col: %4";
+constexpr std::string_view kTooManyElements = "Sequence exceeds %1 elements. At line: %2 col: %3";
+
+// The value layer's bound on the element count of a collection.
+constexpr size_t kMaxElements = 0x0FFFFFFF;
+
+bool IsNullWord(std::string_view text) {
+  return text.empty() || text == "~" || text == "null" || text == "Null" || text == "NULL";
+}
+
+bool IsTrueWord(std::string_view text) {
+  return text == "true" || text == "True" || text == "TRUE" || text == "y" || text == "Y" ||
+         text == "yes" || text == "Yes" || text == "YES" || text == "on" || text == "On" ||
+         text == "ON";
+}
+
+bool IsFalseWord(std::string_view text) {
+  return text == "false" || text == "False" || text == "FALSE" || text == "n" || text == "N" ||
+         text == "no" || text == "No" || text == "NO" || text == "off" || text == "Off" ||
+         text == "OFF";
+}
+
+// True when strtod reads all of `text` (NUL-terminated after `text.size()`
+// bytes) to a finite number. Texts that cannot start a finite number are
+// turned away before calling strtod, which is comparatively slow.
+bool ReadsAsFiniteNumber(std::string_view text, double& out) {
+  if (text.empty()) return false;
+  char first = text.front();
+  bool may_start_number = (first >= '0' && first <= '9') || first == '-' || first == '+' ||
+                          first == '.' || first == ' ' || (first >= '\t' && first <= '\r');
+  if (!may_start_number) return false;
+  char* end = nullptr;
+  double value = std::strtod(text.data(), &end);
+  if (end != text.data() + text.size() || !std::isfinite(value)) return false;
+  out = value;
+  return true;
+}
+
+// The common case of a number in a plain scalar, without strtod: an
+// optional "-" and 1 to 15 decimal digits. Such a number is exact in a
+// double, so the result is what strtod and the integer conversion give.
+bool StoreShortInteger(BindingProperty& target, std::string_view text) {
+  bool negative = !text.empty() && text.front() == '-';
+  std::string_view digits = text.substr(negative ? 1 : 0);
+  if (digits.empty() || digits.size() > 15) return false;
+  uint64_t magnitude = 0;
+  for (char c : digits) {
+    if (c < '0' || c > '9') return false;
+    magnitude = magnitude * 10 + static_cast<uint64_t>(c - '0');
+  }
+  if (negative && magnitude != 0) {
+    target.SetSigned(-static_cast<int64_t>(magnitude));
+  } else {
+    target.SetUnsigned(magnitude);  // "-0" reads as 0, which is not negative
+  }
+  return true;
+}
+
+// Stores a finite number read from a plain scalar: float when it has a
+// fractional part (or does not fit the 64-bit integer ranges), else signed
+// when negative, else unsigned.
+void StoreNumber(BindingProperty& target, double value) {
+  constexpr double kTwoTo63 = 9223372036854775808.0;
+  constexpr double kTwoTo64 = 18446744073709551616.0;
+  if (value != std::trunc(value)) {
+    target.SetFloat(value);
+  } else if (value < 0) {
+    if (value >= -kTwoTo63) {
+      target.SetSigned(static_cast<int64_t>(value));
+    } else {
+      target.SetFloat(value);
+    }
+  } else if (value < kTwoTo63) {
+    target.SetUnsigned(static_cast<uint64_t>(value));
+  } else if (value < kTwoTo64) {
+    target.SetUnsigned(static_cast<uint64_t>(value - kTwoTo63) + (uint64_t{1} << 63));
+  } else {
+    target.SetFloat(value);
+  }
+}
+
+std::string_view ToView(const yaml_char_t* text) {
+  return text ? std::string_view(reinterpret_cast<const char*>(text)) : std::string_view();
+}
+
+// One step from a node to a child: an element index or a member name.
+struct PathStep {
+  bool is_index = false;
+  size_t index = 0;
+  std::string name;
+
+  bool operator==(const PathStep& other) const {
+    return is_index == other.is_index && (is_index ? index == other.index : name == other.name);
+  }
+};
+
+// Paths of anchored nodes are kept as a tree of steps, each pointing at its
+// parent step, so that anchors deep in a document share their common prefix:
+// entering an anchor costs one step per frame not yet recorded, not one per
+// level. kRootPath is the empty path of the root.
+constexpr size_t kRootPath = static_cast<size_t>(-1);
+constexpr size_t kNoPath = static_cast<size_t>(-2);
+
+struct PathNode {
+  size_t parent;  // kRootPath for a child of the root
+  PathStep step;
+};
+
+// What an anchor stands for: the text of an anchored mapping key, or the
+// path from the root to the anchored node. Paths stay valid while
+// collections grow, unlike addresses. `open` marks an anchored sequence or
+// mapping that is still being filled (an alias to it would be cyclic).
+struct Anchor {
+  bool is_key_text = false;
+  bool open = false;
+  std::string key_text;
+  size_t path = kRootPath;
+};
+
+// A node being filled. The root frame has no step.
+struct Frame {
+  BindingProperty* target = nullptr;
+  PathStep step;
+  size_t path = kNoPath;          // this frame's path node once recorded
+  Anchor* open_anchor = nullptr;  // the anchor of this sequence or mapping
+};
+
+// The cost of copying `node`'s subtree through an alias: one per node and
+// one more per 64 bytes of string text. Stops as soon as the cost exceeds
+// `limit`. Iterative: the subtree may be deep.
+size_t CopyCost(const BindingProperty& node, size_t limit) {
+  size_t cost = 0;
+  std::vector<const BindingProperty*> pending{&node};
+  while (!pending.empty() && cost <= limit) {
+    const BindingProperty* current = pending.back();
+    pending.pop_back();
+    ++cost;
+    if (current->Kind() == BindingKind::kString) {
+      cost += current->Size() / 64;
+    } else if (current->Kind() == BindingKind::kCollection) {
+      for (size_t i = 0, n = current->Size(); i < n; ++i) pending.push_back(&current->At(i));
+    } else if (current->Kind() == BindingKind::kStructure) {
+      for (auto [name, member] : current->Members()) pending.push_back(&member);
+    }
+  }
+  return cost;
+}
+
+class YamlReader {
+ public:
+  BindingResult Read(std::string_view text) {
+    yaml_parser_t parser;
+    if (!yaml_parser_initialize(&parser)) {
+      result_.SetError(FormatMessage(kParserError, {"cannot initialize the parser", 0, 0}));
+      return std::move(result_);
+    }
+    yaml_parser_set_encoding(&parser, YAML_UTF8_ENCODING);
+    static const unsigned char kNoText[1] = {0};
+    const unsigned char* input =
+        text.data() ? reinterpret_cast<const unsigned char*>(text.data()) : kNoText;
+    yaml_parser_set_input_string(&parser, input, text.size());
+
+    PushRoot();
+    yaml_event_t event;
+    bool parsed = yaml_parser_parse(&parser, &event) != 0;
+    while (parsed && result_.Ok() && event.type != YAML_STREAM_END_EVENT) {
+      HandleEvent(event);
+      yaml_event_delete(&event);
+      if (!result_.Ok()) break;
+      parsed = yaml_parser_parse(&parser, &event) != 0;
+    }
+    yaml_event_delete(&event);  // harmless on a deleted or never-filled event
+    depth_ = 0;
+
+    if (result_.Ok() && parser.error != YAML_NO_ERROR) {
+      std::string_view problem = parser.problem ? parser.problem : "unknown problem";
+      result_.SetError(FormatMessage(
+          kParserError, {problem, parser.problem_mark.line, parser.problem_mark.column}));
+    }
+    yaml_parser_delete(&parser);
+    return std::move(result_);
+  }
+
+ private:
+  void Fail(std::string message) { result_.SetError(message); }
+
+  // Fails with a message whose last two placeholders are the line and
+  // column of `mark`, counted from 1.
+  void FailAt(std::string_view format, const yaml_mark_t& mark) {
+    Fail(FormatMessage(format, {mark.line + 1, mark.column + 1}));
+  }
+  void FailAt(std::string_view format, std::string_view name, const yaml_mark_t& mark) {
+    Fail(FormatMessage(format, {name, mark.line + 1, mark.column + 1}));
+  }
+
+  Frame& Top() { return frames_[depth_ - 1]; }
+
+  Frame& Push(BindingProperty& target) {
+    if (depth_ == frames_.size()) frames_.emplace_back();
+    Frame& frame = frames_[depth_++];
+    frame.target = &target;
+    frame.path = depth_ == 1 ? kRootPath : kNoPath;
+    frame.open_anchor = nullptr;
+    return frame;
+  }
+
+  void PushRoot() {
+    depth_ = 0;
+    Push(result_);
+  }
+
+  void Pop() {
+    if (depth_ == 0) return;
+    Frame& frame = frames_[--depth_];
+    if (frame.open_anchor) frame.open_anchor->open = false;
+  }
+
+  void HandleEvent(const yaml_event_t& event) {
+    switch (event.type) {
+      case YAML_DOCUMENT_START_EVENT:
+        if (!result_.IsEmpty()) {
+          Fail(std::string(kMultiDocument));
+        } else {
+          PushRoot();
+          has_pending_key_ = false;
+        }
+        return;
+      case YAML_SCALAR_EVENT:
+      case YAML_SEQUENCE_START_EVENT:
+      case YAML_MAPPING_START_EVENT:
+      case YAML_ALIAS_EVENT:
+        HandleNode(event);
+        return;
+      case YAML_SEQUENCE_END_EVENT:
+      case YAML_MAPPING_END_EVENT:
+        has_pending_key_ = false;
+        Pop();
+        return;
+      default:  // stream start, document end
+        return;
+    }
+  }
+
+  // Finds the node the event fills: a new element of an open sequence, the
+  // member of a pending key (pushing a frame for either), or else the
+  // innermost node itself. Then handles the event.
+  void HandleNode(const yaml_event_t& event) {
+    if (depth_ == 0) PushRoot();
+    BindingProperty* target = Top().target;
+    bool pushed = false;
+    if (target->Kind() == BindingKind::kCollection) {
+      size_t index = target->Size();
+      if (index >= kMaxElements) {
+        FailAt(kTooManyElements, event.start_mark);
+        return;
+      }
+      BindingProperty& element = target->Append();
+      Frame& frame = Push(element);
+      frame.step.is_index = true;
+      frame.step.index = index;
+      target = &element;
+      pushed = true;
+    } else if (target->Kind() == BindingKind::kStructure && has_pending_key_) {
+      BindingProperty& member = target->Member(pending_key_);
+      Frame& frame = Push(member);
+      frame.step.is_index = false;
+      frame.step.name.swap(pending_key_);  // recycles the buffers of both
+      has_pending_key_ = false;
+      target = &member;
+      pushed = true;
+    }
+    bool key_position = !pushed && target->Kind() == BindingKind::kStructure;
+
+    switch (event.type) {
+      case YAML_SCALAR_EVENT:
+        if (key_position) {
+          ReadKey(event);
+        } else {
+          ReadScalar(*target, event);
+        }
+        return;
+      case YAML_SEQUENCE_START_EVENT:
+        // A structure target is either a key position or an earlier
+        // mapping under a repeated key: both are refused.
+        if (target->Kind() == BindingKind::kStructure) {
+          FailAt(kSequenceAsKey, event.start_mark);
+          return;
+        }
+        OpenContainer(*target, false, ToView(event.data.sequence_start.anchor), event.start_mark);
+        return;
+      case YAML_MAPPING_START_EVENT:
+        if (target->Kind() == BindingKind::kStructure) {
+          FailAt(kMappingAsKey, event.start_mark);
+          return;
+        }
+        OpenContainer(*target, true, ToView(event.data.mapping_start.anchor), event.start_mark);
+        return;
+      case YAML_ALIAS_EVENT:
+        ReadAlias(*target, key_position, event);
+        return;
+      default:
+        return;
+    }
+  }
+
+  void ReadKey(const yaml_event_t& event) {
+    std::string_view tag = ToView(event.data.scalar.tag);
+    if (!tag.empty() && tag != kStrTag) {
+      FailAt(kInvalidKey, event.start_mark);
+      return;
+    }
+    pending_key_.assign(reinterpret_cast<const char*>(event.data.scalar.value),
+                        event.data.scalar.length);
+    has_pending_key_ = true;
+    std::string_view anchor = ToView(event.data.scalar.anchor);
+    if (!anchor.empty()) {
+      Anchor* entry = EnterAnchor(anchor, event.start_mark);
+      if (entry) {
+        entry->is_key_text = true;
+        entry->key_text = pending_key_;
+      }
+    }
+  }
+
+  void ReadScalar(BindingProperty& target, const yaml_event_t& event) {
+    ConvertScalar(target, event);
+    if (!result_.Ok()) return;
+    std::string_view anchor = ToView(event.data.scalar.anchor);
+    if (!anchor.empty()) {
+      Anchor* entry = EnterAnchor(anchor, event.start_mark);
+      if (entry) entry->path = RecordCurrentPath();
+    }
+    Pop();
+  }
+
+  void ConvertScalar(BindingProperty& target, const yaml_event_t& event) {
+    std::string_view text(reinterpret_cast<const char*>(event.data.scalar.value),
+                          event.data.scalar.length);
+    std::string_view tag = ToView(event.data.scalar.tag);
+    if (!tag.empty()) {
+      ConvertTagged(target, tag, text);
+      return;
+    }
+    yaml_scalar_style_t style = event.data.scalar.style;
+    if (style == YAML_SINGLE_QUOTED_SCALAR_STYLE || style == YAML_DOUBLE_QUOTED_SCALAR_STYLE) {
+      target.SetString(text);
+      return;
+    }
+    if (IsNullWord(text)) {
+      target.Clear();
+      return;
+    }
+    if (StoreShortInteger(target, text)) return;
+    double number = 0;
+    if (ReadsAsFiniteNumber(text, number)) {
+      StoreNumber(target, number);
+    } else if (IsTrueWord(text)) {
+      target.SetBool(true);
+    } else if (IsFalseWord(text)) {
+      target.SetBool(false);
+    } else {
+      target.SetString(text);
+    }
+  }
+
+  void ConvertTagged(BindingProperty& target, std::string_view tag, std::string_view text) {
+    BindingResult status;
+    if (tag == kStrTag) {
+      target.SetString(text);
+    } else if (tag == kIntTag) {
+      if (!text.empty() && text.front() == '-') {
+        int64_t value = 0;
+        if (ParseSignedText(status, text, "yaml", "int64_t", std::numeric_limits<int64_t>::min(),
+                            std::numeric_limits<int64_t>::max(), value)) {
+          target.SetSigned(value);
+        }
+      } else {
+        uint64_t value = 0;
+        if (ParseUnsignedText(status, text, "yaml", "uint64_t",
+                              std::numeric_limits<uint64_t>::max(), value)) {
+          target.SetUnsigned(value);
+        }
+      }
+    } else if (tag == kFloatTag) {
+      double value = 0;
+      if (ParseFloatText(status, text, "yaml", "double", -1.7976931348623157e308,
+                         1.7976931348623157e308, value)) {
+        target.SetFloat(value);
+      }
+    } else if (tag == kBoolTag) {
+      if (IsTrueWord(text)) {
+        target.SetBool(true);
+      } else if (IsFalseWord(text)) {
+        target.SetBool(false);
+      } else {
+        target.Clear();
+      }
+    } else {
+      Fail(FormatMessage(kUnsupportedTag, {tag}));
+      return;
+    }
+    if (!status.Ok()) Fail(std::string(status.Error()));
+  }
+
+  void OpenContainer(BindingProperty& target, bool is_mapping, std::string_view anchor,
+                     const yaml_mark_t& mark) {
+    // Every frame below the target's is an open container; the target's
+    // frame becomes one now.
+    if (depth_ > kYamlMaxDepth) {
+      Fail(FormatMessage(kTooDeep, {kYamlMaxDepth, mark.line + 1, mark.column + 1}));
+      return;
+    }
+    if (is_mapping) {
+      target.MakeStructure();
+    } else {
+      target.MakeCollection();
+    }
+    if (!anchor.empty()) {
+      Anchor* entry = EnterAnchor(anchor, mark);
+      if (!entry) return;
+      entry->path = RecordCurrentPath();
+      entry->open = true;
+      Top().open_anchor = entry;
+    }
+  }
+
+  void ReadAlias(BindingProperty& target, bool key_position, const yaml_event_t& event) {
+    std::string_view name = ToView(event.data.alias.anchor);
+    const yaml_mark_t& mark = event.start_mark;
+    auto found = anchors_.find(std::string(name));
+    if (found != anchors_.end() && found->second.open) {
+      FailAt(kCyclicAlias, name, mark);
+      return;
+    }
+    if (found == anchors_.end()) {
+      FailAt(kUndefinedAlias, name, mark);
+      return;
+    }
+    const Anchor& anchor = found->second;
+    size_t remaining = kYamlMaxAliasNodes - alias_cost_;
+    size_t cost = 0;
+    const BindingProperty* source = nullptr;
+    if (anchor.is_key_text) {
+      cost = 1 + anchor.key_text.size() / 64;
+    } else {
+      CollectSteps(anchor.path);
+      cost = steps_.size();
+      source = &Resolve();
+      cost += CopyCost(*source, remaining);
+    }
+    if (cost > remaining) {
+      Fail(FormatMessage(kAliasBudget, {kYamlMaxAliasNodes, name, mark.line + 1, mark.column + 1}));
+      return;
+    }
+    alias_cost_ += cost;
+
+    if (key_position) {
+      // Only an alias to text can stand for a key.
+      if (source && source->Kind() != BindingKind::kString) {
+        FailAt(kInvalidKey, mark);
+        return;
+      }
+      pending_key_.assign(source ? source->AsString() : std::string_view(anchor.key_text));
+      has_pending_key_ = true;
+      return;
+    }
+    if (!source) {
+      target.SetString(anchor.key_text);
+    } else if (StepsOverlapCurrentPath()) {
+      // The source contains the target or lies inside it (a repeated key
+      // reuses a member): copy through a snapshot so that clearing the
+      // target cannot pull the source away mid-copy.
+      BindingProperty snapshot(*source);
+      target = snapshot;
+    } else {
+      target = *source;
+    }
+    Pop();
+  }
+
+  // Enters `name` into the anchor table; fails (and returns null) when it is
+  // already there.
+  Anchor* EnterAnchor(std::string_view name, const yaml_mark_t& mark) {
+    auto [it, inserted] = anchors_.try_emplace(std::string(name));
+    if (!inserted) {
+      FailAt(kDuplicateAnchor, name, mark);
+      return nullptr;
+    }
+    return &it->second;
+  }
+
+  // The path node of the innermost frame, recording the steps of the frames
+  // that have none yet (each frame is recorded at most once).
+  size_t RecordCurrentPath() {
+    size_t first = depth_ - 1;
+    while (frames_[first].path == kNoPath) --first;  // the root frame is always recorded
+    size_t parent = frames_[first].path;
+    for (size_t i = first + 1; i < depth_; ++i) {
+      path_nodes_.push_back(PathNode{parent, frames_[i].step});
+      parent = frames_[i].path = path_nodes_.size() - 1;
+    }
+    return parent;
+  }
+
+  // Fills steps_ with the steps of `path`, from the root down.
+  void CollectSteps(size_t path) {
+    steps_.clear();
+    for (size_t node = path; node != kRootPath; node = path_nodes_[node].parent) {
+      steps_.push_back(&path_nodes_[node].step);
+    }
+    std::reverse(steps_.begin(), steps_.end());
+  }
+
+  // True when one of steps_ and the current path is a prefix of the other.
+  bool StepsOverlapCurrentPath() const {
+    size_t common = std::min(steps_.size(), depth_ - 1);
+    for (size_t i = 0; i < common; ++i) {
+      if (!(*steps_[i] == frames_[i + 1].step)) return false;
+    }
+    return true;
+  }
+
+  // The node at steps_ from the root; the shared empty value when the tree
+  // no longer has that shape.
+  const BindingProperty& Resolve() const {
+    const BindingProperty* node = &result_;
+    for (const PathStep* step : steps_) {
+      node = step->is_index ? &node->At(step->index) : &node->Find(step->name);
+    }
+    return *node;
+  }
+
+  BindingResult result_;
+  std::vector<Frame> frames_;  // frames_[0, depth_) are live; the rest keep buffers
+  size_t depth_ = 0;
+  std::string pending_key_;
+  bool has_pending_key_ = false;
+  std::unordered_map<std::string, Anchor> anchors_;  // nodes never move
+  std::vector<PathNode> path_nodes_;
+  std::vector<const PathStep*> steps_;  // scratch of ReadAlias
+  size_t alias_cost_ = 0;
+};
+
+}  // namespace
+
+BindingResult ReadYaml(std::string_view text) {
+  return YamlReader().Read(text);
+}
+
+}  // namespace kav
