@@ -14,6 +14,8 @@
 //  * Values of different trees never share storage. Moving between two roots
 //    swaps them wholesale; any other move deep-copies into the destination's
 //    store and clears the source. Copies are always deep.
+//  * Copies and moves within one tree work in either direction, except
+//    moving a value into one of its own descendants (REQUIRES: never done).
 //  * References returned by At, Append and Member stay valid until that
 //    element or member is removed (Clear, overwrite of the container, or a
 //    kind change of an ancestor). Growing a collection may move its elements:
@@ -91,10 +93,18 @@ class BindingProperty {
   size_t Size() const;
 
   // The payload when the kind matches exactly, otherwise `fallback`.
-  bool AsBool(bool fallback = false) const;
-  int64_t AsSigned(int64_t fallback = 0) const;
-  uint64_t AsUnsigned(uint64_t fallback = 0) const;
-  double AsFloat(double fallback = 0.0) const;
+  bool AsBool(bool fallback = false) const {
+    return kind_ == BindingKind::kBool ? payload_.boolean : fallback;
+  }
+  int64_t AsSigned(int64_t fallback = 0) const {
+    return kind_ == BindingKind::kSigned ? payload_.i64 : fallback;
+  }
+  uint64_t AsUnsigned(uint64_t fallback = 0) const {
+    return kind_ == BindingKind::kUnsigned ? payload_.u64 : fallback;
+  }
+  double AsFloat(double fallback = 0.0) const {
+    return kind_ == BindingKind::kFloat ? payload_.f64 : fallback;
+  }
   // The returned view of a string is always followed by a NUL byte.
   std::string_view AsString(std::string_view fallback = {}) const;
   std::span<const uint8_t> AsBlob(std::span<const uint8_t> fallback = {}) const;
@@ -111,10 +121,27 @@ class BindingProperty {
   void Visit(BindingPropertyVisitor& visitor) const;
 
   // ---- Building: each setter clears the old payload first. ----
-  void SetBool(bool value);
-  void SetSigned(int64_t value);
-  void SetUnsigned(uint64_t value);
-  void SetFloat(double value);
+  void SetBool(bool value) {
+    ClearForScalar();
+    payload_.boolean = value;
+    kind_ = BindingKind::kBool;
+  }
+  void SetSigned(int64_t value) {
+    ClearForScalar();
+    payload_.i64 = value;
+    kind_ = BindingKind::kSigned;
+  }
+  void SetUnsigned(uint64_t value) {
+    ClearForScalar();
+    payload_.u64 = value;
+    kind_ = BindingKind::kUnsigned;
+  }
+  void SetFloat(double value) {
+    ClearForScalar();
+    payload_.f64 = value;
+    kind_ = BindingKind::kFloat;
+  }
+  // A string ends at its first NUL byte, whatever its given length.
   void SetString(const char* text);  // NUL-terminated; null means ""
   void SetString(std::string_view text);
   void SetString(std::string&& text);
@@ -131,16 +158,41 @@ class BindingProperty {
   // Makes this a collection if needed, appends empty elements until `index`
   // exists and returns that element.
   BindingProperty& At(size_t index);
-  // Makes this a collection if needed (an empty value becomes one) and
+  // Makes this a collection if needed (any other kind is cleared first) and
   // appends one empty element.
   BindingProperty& Append();
   // Makes this a structure if needed and returns the member, inserting an
-  // empty one when missing.
+  // empty one when missing. Like strings, names end at their first NUL byte.
   BindingProperty& Member(std::string_view name);
+
+  // For tests: the store of this value's tree, null while none was needed.
+  const BindingStore* StoreForTesting() const { return store_; }
 
  private:
   friend class BindingStore;
   friend class MemberIterator;
+  friend class BindingTree;  // the tree algorithms, in binding_property.cc
+
+  struct StaticTag {};
+  // The shared static empty value, constant-initialised.
+  constexpr explicit BindingProperty(StaticTag) noexcept {}
+  // A child: empty, in `store`'s tree, not owning it.
+  explicit BindingProperty(BindingStore* store) noexcept : store_(store), owns_store_(false) {}
+
+  // Clear() when the payload holds anything to release.
+  void ClearForScalar() noexcept {
+    if (kind_ > BindingKind::kFloat) Clear();
+  }
+  // The store, created for a root on first need. Children always have one.
+  BindingStore& Store() { return store_ != nullptr ? *store_ : CreateStore(); }
+  BindingStore& CreateStore();
+  // Clear(), first copying `text` into `holder` when it may live in the
+  // storage that clearing releases.
+  void ClearKeeping(std::string_view& text, std::string& holder);
+  void BecomeCollection();
+  void BecomeStructure();
+  // Makes room for `count` elements in total. REQUIRES: a collection.
+  void GrowCollection(size_t count);
 
   union Payload {
     bool boolean;
