@@ -278,6 +278,10 @@ HostAnswer ReferenceHost::Answer(const RecordedRequest& request) {
   auto found = resources_.find(ResourceKey{path, request.method});
   if (found == resources_.end()) found = resources_.find(ResourceKey{path, 0});
   if (found == resources_.end() || !found->second) {
+    if (fallback_handler_) {
+      ResourceHandler fallback = fallback_handler_;  // a copy, as below
+      return fallback(request);
+    }
     return HostAnswer::Error(404, "Not found: " + request.url);
   }
   // A copy, so that the handler may reprogram the host while it runs.
@@ -433,11 +437,33 @@ void KAV_CALL ReferenceHost::OnReserved5(KavHostTable* table, uintptr_t, uintptr
 void KAV_CALL ReferenceHost::OnYield(KavHostTable* table) {
   ReferenceHost& host = Of(table);
   host.Record(HostFunction::kYield);
+  const size_t yield = ++host.yields_;
   if (host.yield_hook_) {
     std::function<void()> hook = host.yield_hook_;
     hook();
   }
+  host.RunScheduledActions(yield);
   host.Pump();
+}
+
+void ReferenceHost::ScheduleAtYield(size_t nth, std::function<void()> action) {
+  scheduled_actions_.push_back({yields_ + nth, std::move(action)});
+}
+
+void ReferenceHost::RunScheduledActions(size_t yield) {
+  // Taken out first: an action may schedule further actions.
+  std::vector<std::function<void()>> due;
+  for (auto it = scheduled_actions_.begin(); it != scheduled_actions_.end();) {
+    if (it->at_yield == yield) {
+      due.push_back(std::move(it->action));
+      it = scheduled_actions_.erase(it);
+    } else {
+      ++it;
+    }
+  }
+  for (std::function<void()>& action : due) {
+    if (action) action();
+  }
 }
 
 void KAV_CALL ReferenceHost::OnBeginWait(KavHostTable* table, const char* label, uintptr_t) {

@@ -253,6 +253,10 @@ class ReferenceHost {
   void SetResource(std::string path, uint32_t method, HostAnswer answer);
   void SetResourceHandler(std::string path, uint32_t method, ResourceHandler handler);
   void RemoveResource(const std::string& path, uint32_t method);
+  // Answers every request for which nothing is programmed, instead of the
+  // 404 "Not found: <url>" (a simulation of the plugin's peers, say). An
+  // empty handler restores the 404.
+  void SetFallbackHandler(ResourceHandler handler) { fallback_handler_ = std::move(handler); }
   const std::vector<RecordedRequest>& requests() const { return requests_; }
   // Responses handed to the plugin whose release function has not run.
   size_t outstanding_responses() const { return live_responses_.size(); }
@@ -271,6 +275,12 @@ class ReferenceHost {
   size_t Deliver(const std::string& name, const Value& payload, uint32_t word = 0);
   // Runs at the start of every HostYield, before queued events are delivered.
   void SetYieldHook(std::function<void()> hook) { yield_hook_ = std::move(hook); }
+  // Runs `action` inside the `nth` HostYield from now (1: the next one),
+  // after the yield hook and before queued events are delivered. Several
+  // actions may wait for the same yield; they run in the order scheduled.
+  // REQUIRES: nth >= 1.
+  void ScheduleAtYield(size_t nth, std::function<void()> action);
+  size_t yields() const { return yields_; }
 
   // Every subscribe call, in order.
   const std::vector<Subscription>& subscriptions() const { return subscriptions_; }
@@ -334,6 +344,7 @@ class ReferenceHost {
   static void KAV_CALL ReleaseResponse(KavResponse* response);
 
   void Record(HostFunction function, std::string text = {});
+  void RunScheduledActions(size_t yield);
   HostAnswer Answer(const RecordedRequest& request);
   void FillResponse(KavResponse& response, HostAnswer answer);
 
@@ -347,12 +358,19 @@ class ReferenceHost {
   bool initialized_ = false;
 
   std::map<ResourceKey, ResourceHandler> resources_;
+  ResourceHandler fallback_handler_;
   std::unordered_set<ResponseStorage*> live_responses_;
   size_t stream_reads_ = 0;
   size_t stream_closes_ = 0;
 
   std::deque<QueuedEvent> queued_events_;
   std::function<void()> yield_hook_;
+  struct ScheduledAction {
+    size_t at_yield;  // value of yields_ during which the action runs
+    std::function<void()> action;
+  };
+  std::vector<ScheduledAction> scheduled_actions_;
+  size_t yields_ = 0;  // HostYield calls so far
   std::map<std::string, Subscription, std::less<>> active_subscriptions_;
 
   std::vector<HostCall> calls_;
