@@ -134,6 +134,7 @@ void AppModule::RegisterWithHost(KavPluginRecord* record, std::string_view plugi
   plugin_name_ = std::string(plugin_name);
   help_tags_ = {"Plugins", "Plugin " + plugin_name_};
   type_name_prefix_ = MakeTypeNamePrefix(plugin_name_);
+  dispatcher_.SetDefaultTags(help_tags_);
   RegisterHostTypes();
   RegisterApi();
   BuildResourceTable();
@@ -141,11 +142,14 @@ void AppModule::RegisterWithHost(KavPluginRecord* record, std::string_view plugi
 }
 
 void AppModule::RegisterHostTypes() {
+  if (!api_registry_.Initialized()) api_registry_.InitializeRegistry();
   type_registry_ = &api_registry_;
+  DeclareHostTypesAndEvents(api_registry_);
 }
 
 void AppModule::BuildResourceTable() {
-  resource_table_ = KavResourceTable{};
+  const KavResourceTable* table = dispatcher_.BuildResourceTable();
+  resource_table_ = table != nullptr ? *table : KavResourceTable{};
 }
 
 void AppModule::FillRecord(KavPluginRecord* record) const {

@@ -9,6 +9,14 @@
 // Destroy ends it. No host function is used before Initialize has stored the
 // host record: the Host* operations do nothing until then.
 //
+// What a derived module uses to talk to the host (each defined in the header
+// named, all included at the end of this one):
+//   Request<T>            typed requests to other plugins' resources (request.h)
+//   ObserveResource<T>    observations of resources; SendEvent publishes
+//                         (event_subscriptions.h)
+//   Await, Yield          waiting without blocking the host (await.h)
+//   ServiceProxyCall<T>   calls to platform services (service_proxy.h)
+//
 // Thread-safety: the host serialises its calls into the module; the module's
 // tables take no lock, except the service-proxy tables, which are guarded by
 // one non-recursive mutex because their answers may arrive on any thread.
@@ -17,17 +25,22 @@
 
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "binding/binding_property.h"
 #include "binding/type_registry.h"
 #include "kav/plugin_host.h"
 #include "plugin/host_types.h"
+#include "plugin/maybe_type.h"
 #include "plugin/plugin_log_target.h"
+#include "routing/dispatch.h"
 
 namespace kav {
 
@@ -143,6 +156,50 @@ class AppModule : public HostInterface {
   // Returns true.
   virtual bool OnStart();
 
+  // ---- Talking to other plugins ------------------------------------------
+  // Sends `method` (a KavHttpMethod code) on `url` with the arguments as
+  // positional host values and returns the answer converted to T, or a
+  // Failure (request.h). T = Nothing ignores the body.
+  template <class T, class... Arguments>
+  MaybeType<Failure, T> Request(uint32_t method, std::string_view url,
+                                const Arguments&... arguments);
+
+  // Calls `handler` with every change of `url` (a URL with "*" is a
+  // pattern), its data converted to T; a URL without "*" is read at once
+  // (event_subscriptions.h).
+  template <class T>
+  void ObserveResource(std::string_view url, std::function<void(const ResourceEvent<T>&)> handler);
+
+  // Publishes `resource` under the event name resolved from its uri and,
+  // when `event_name` differs, again under `event_name`. Fails only when the
+  // resource does not convert.
+  MaybeType<Failure, Nothing> SendEvent(std::string_view event_name, const Resource& resource,
+                                        uint32_t word = 0);
+
+  // Returns the future's value, letting the host run (HostYield) until it
+  // is ready (await.h). A future that cannot deliver is a fatal error.
+  template <class T>
+  T Await(std::future<T> future);
+  // Lets the host run pending work once, marked as a wait "Wait: yield".
+  void Yield();
+
+  // Starts a call of `method_name` of the platform service `service_name`
+  // with `payload` (a registered record) as JSON; `on_response` gets the
+  // answer. An empty `response_method_name` makes it uuid-based, otherwise
+  // method-based with `further_text` handed to the login plugin. Returns ""
+  // when the call is under way, else why not ("Finalizing", "Request
+  // already in flight", a conversion or request failure message). See
+  // service_proxy.h; `on_response` runs under the service-proxy lock.
+  template <class Payload>
+  std::string ServiceProxyRequest(std::string_view service_name, std::string_view method_name,
+                                  const Payload& payload, std::string_view response_method_name,
+                                  std::string_view further_text, ServiceProxyHandler on_response);
+  // A uuid-based ServiceProxyRequest awaited to its end: the answer's
+  // payload as T, or a Failure (code 0) with the reason.
+  template <class T, class Payload>
+  MaybeType<Failure, T> ServiceProxyCall(std::string_view service_name,
+                                         std::string_view method_name, const Payload& payload);
+
   // Called once, by the entry function. Checks the core's version in words 0
   // to 2 of `record` (an incompatible core ends the process with the fatal
   // error kIncompatibleCoreErrorCode), stores the version and the name,
@@ -172,8 +229,16 @@ class AppModule : public HostInterface {
   const KavHostRecord* host() const { return host_; }
   // Null until RegisterWithHost has registered the host types.
   TypeRegistry* type_registry() const { return type_registry_; }
+  // The registry that every conversion of the framework uses: the module's
+  // own API registry (also before registration has stored the pointer).
+  const TypeRegistry& registry() const {
+    return type_registry_ != nullptr ? *type_registry_ : api_registry_;
+  }
   const KavPluginCallbacks& callbacks() const { return callbacks_; }
   const KavResourceTable& resource_table() const { return resource_table_; }
+  // The module's resources: RegisterApi registers them here (with the help
+  // tags as default tags); RegisterWithHost builds the resource table from it.
+  Dispatcher& dispatcher() { return dispatcher_; }
 
  protected:
   // Registers `handler` as the one handler of `event_name` (replacing an
@@ -221,6 +286,34 @@ class AppModule : public HostInterface {
   void SubscribeServiceProxyEvents();
   void FillRecord(KavPluginRecord* record) const;
 
+  // The untyped part of Request<T>: converts the arguments to host values,
+  // calls HostRequest, reads the answer (unless `read_body` is false) and
+  // calls the response's release function.
+  MaybeType<Failure, BindingProperty> SendRequest(uint32_t method, std::string_view url,
+                                                  std::span<const BindingProperty> arguments,
+                                                  bool read_body);
+  MaybeType<Failure, BindingProperty> ReadResponse(uint32_t method, std::string_view url,
+                                                   const KavResponse& response, bool read_body);
+  // Reads a streamed body in pieces of kStreamReadSize, yielding after a
+  // short piece that leaves more to come, and parses it as JSON. Calls the
+  // stream's close function, if any, on success and on error.
+  BindingResult ReadResponseStream(const KavResponse& response);
+
+  // The untyped part of ObserveResource<T>: stores `observer` as exact or
+  // pattern observer, subscribes, and reads a URL without "*" at once.
+  void StartObservation(std::string_view url, ResourceObserver observer);
+
+  // ServiceProxyRequest once the payload is JSON text.
+  std::string StartServiceProxyRequest(std::string_view service_name, std::string_view method_name,
+                                       const std::string& payload,
+                                       std::string_view response_method_name,
+                                       std::string_view further_text,
+                                       ServiceProxyHandler on_response);
+  // The value or failure that a service-proxy answer means for a call
+  // expecting T.
+  template <class T>
+  MaybeType<Failure, T> DecodeServiceProxyAnswer(const PluginServiceProxyResponse& response) const;
+
   // Declaration order is the order the module owns its parts in; members are
   // destroyed in reverse.
   std::unordered_map<std::string, ResourceObserver> exact_observers_;
@@ -241,11 +334,18 @@ class AppModule : public HostInterface {
   std::string type_name_prefix_;
   std::vector<std::string> help_tags_;
   TypeRegistry api_registry_;
+  Dispatcher dispatcher_{api_registry_};  // destroyed before the registry it uses
   const KavHostRecord* host_ = nullptr;
   KavPluginCallbacks callbacks_;
   KavResourceTable resource_table_{};
 };
 
 }  // namespace kav
+
+// The member templates above.
+#include "plugin/await.h"
+#include "plugin/event_subscriptions.h"
+#include "plugin/request.h"
+#include "plugin/service_proxy.h"
 
 #endif  // KAV_PLUGIN_APP_MODULE_H_

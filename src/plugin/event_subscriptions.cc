@@ -1,11 +1,15 @@
 // AppModule's host event subscriptions: event names of resource URLs,
-// reference-counted subscriptions, the dispatch function and the resource
-// router.
+// reference-counted subscriptions, observations, the dispatch function, the
+// resource router and the publication of resource events.
+#include "plugin/event_subscriptions.h"
+
 #include <utility>
 #include <vector>
 
+#include "binding/host_value.h"
 #include "diagnostics/logging.h"
-#include "plugin/app_module.h"
+#include "plugin/request.h"
+#include "serialization/json.h"
 
 namespace kav {
 namespace {
@@ -22,6 +26,22 @@ std::vector<std::string_view> SplitPath(std::string_view url) {
     start = end + 1;
   }
   return pieces;
+}
+
+// Converts `source` (the payload, root "<result>") to `native`; false, with
+// the reason in `status`, when either step fails.
+template <class T>
+bool ConvertPayload(BindingResult& status, const KavHostValue& source, T& native,
+                    const TypeRegistry& registry) {
+  BindingProperty payload;
+  if (!FromHostValue(status, payload, source, "<result>")) return false;
+  return FromBindingProperty(status, payload, "<result>", native, registry);
+}
+
+Failure PlainFailure(std::string message) {
+  Failure failure;
+  failure.message = std::move(message);
+  return failure;
 }
 
 }  // namespace
@@ -99,7 +119,68 @@ void KAV_CALL AppModule::DispatchEvent(const KavEvent* event) {
   }
 }
 
-void AppModule::DeliverEvent(const EventHandler& /*handler*/, const KavEvent& /*event*/) {}
+void AppModule::DeliverEvent(const EventHandler& handler, const KavEvent& event) {
+  const KavHostValue payload = event.payload;
+  BindingResult status;
+  switch (handler.payload_kind) {
+    case EventPayloadKind::kResource: {
+      Resource resource;
+      if (!ConvertPayload(status, payload, resource, registry())) break;
+      Trace("%s: Handling event %s", plugin_name_.c_str(), event.name);
+      if (handler.on_resource) handler.on_resource(resource);
+      return;
+    }
+    case EventPayloadKind::kServiceProxyResponse: {
+      PluginServiceProxyResponse response;
+      if (!ConvertPayload(status, payload, response, registry())) break;
+      Trace("%s: Handling event %s", plugin_name_.c_str(), event.name);
+      if (handler.on_service_proxy_response) handler.on_service_proxy_response(response);
+      return;
+    }
+  }
+  Trace("%s: Couldn't convert payload %s for event %s: %s", plugin_name_.c_str(),
+        HostValueKindName(payload.kind), event.name, std::string(status.Error()).c_str());
+}
+
+void AppModule::StartObservation(std::string_view url, ResourceObserver observer) {
+  const std::string key(url);
+  const bool pattern = key.find('*') != std::string::npos;
+  if (pattern) {
+    SetPatternObserver(key, observer);
+  } else {
+    SetExactObserver(key, observer);
+  }
+  Subscribe(url);
+  if (pattern) return;
+  MaybeType<Failure, BindingProperty> initial = Request<BindingProperty>(KAV_METHOD_GET, url);
+  if (!initial.HasValue() || !observer) return;
+  observer(Resource{key, PluginResourceEventType::kCreate, std::move(initial).Value()});
+}
+
+MaybeType<Failure, Nothing> AppModule::SendEvent(std::string_view event_name,
+                                                 const Resource& resource, uint32_t word) {
+  BindingResult value = ToBindingProperty(resource, registry());
+  if (!value.Ok()) return PlainFailure(std::string(value.Error()));
+  const std::string resolved_name = ResolveEventName(resource.uri);
+  Trace("%s: Sending event: %s", plugin_name_.c_str(), resolved_name.c_str());
+  KavHostValue payload{};
+  if (!ToHostValue(payload, value, &registry())) {
+    return PlainFailure("Out of memory for a host value");
+  }
+  KavEvent event{};
+  event.name = resolved_name.c_str();
+  event.payload = payload;
+  event.word = word;
+  event.context = nullptr;
+  HostSendEvent(&event);
+  if (event_name != resolved_name) {
+    const std::string given_name(event_name);
+    event.name = given_name.c_str();
+    HostSendEvent(&event);
+  }
+  ReleaseHostValue(payload);
+  return Nothing{};
+}
 
 void AppModule::SetExactObserver(const std::string& uri, ResourceObserver observer) {
   exact_observers_[uri] = std::move(observer);

@@ -79,19 +79,19 @@ TEST(PluginInitializeTest, SubscribesTheServiceProxyEventsWithFlagOne) {
   ASSERT_TRUE(host.Load()) << host.error();
   ASSERT_TRUE(host.Initialize(/*plugin_handle=*/7));
 
-  std::vector<std::string> names;
+  // The service-proxy events come first (flag 1); the module's own
+  // observations, started by OnStart, follow with flag 0.
+  std::vector<std::string> service_proxy_names;
   for (const Subscription& subscription : host.subscriptions()) {
     SCOPED_TRACE(subscription.event_name);
-    names.push_back(subscription.event_name);
+    const bool service_proxy = service_proxy_names.size() < kServiceProxyEvents.size();
+    if (service_proxy) service_proxy_names.push_back(subscription.event_name);
     EXPECT_EQ(subscription.plugin_handle, 7u);
-    EXPECT_EQ(subscription.flag, 1u);
+    EXPECT_EQ(subscription.flag, service_proxy ? 1u : 0u);
     EXPECT_NE(subscription.callback, nullptr);
     EXPECT_EQ(subscription.context, host.module());
   }
-  EXPECT_THAT(names, UnorderedElementsAreArray(kServiceProxyEvents));
-  EXPECT_EQ(host.calls().size(),
-            host.CountCalls(HostFunction::kSubscribe) + host.CountCalls(HostFunction::kLog))
-      << "Initialize only subscribes (and may log)";
+  EXPECT_THAT(service_proxy_names, UnorderedElementsAreArray(kServiceProxyEvents));
   EXPECT_EQ(host.CountCalls(HostFunction::kReserved1), 0u);
   EXPECT_EQ(host.CountCalls(HostFunction::kReserved5), 0u);
 }
@@ -100,6 +100,7 @@ TEST(PluginMemoryStatisticsTest, WritesSixConsistentCountersAndTwoZeroWords) {
   ReferenceHost host;
   ASSERT_TRUE(host.Load()) << host.error();
   ASSERT_TRUE(host.Initialize());
+  const size_t calls_before = host.calls().size();
   const MemoryStatisticsWords memory = host.GetMemoryStatistics();
   EXPECT_EQ(memory.words[12], 0u);
   EXPECT_EQ(memory.words[13], 0u);
@@ -111,8 +112,7 @@ TEST(PluginMemoryStatisticsTest, WritesSixConsistentCountersAndTwoZeroWords) {
   EXPECT_GE(memory.peak_bytes_in_use(), memory.BytesInUse());
   EXPECT_GT(memory.live_allocations_at_peak(), 0u);
   EXPECT_LE(memory.live_allocations_at_peak(), memory.allocations());
-  EXPECT_EQ(host.calls().size(), host.subscriptions().size() + host.log_lines().size())
-      << "reading the statistics does not call the host";
+  EXPECT_EQ(host.calls().size(), calls_before) << "reading the statistics does not call the host";
 }
 
 TEST(PluginDestroyTest, UnsubscribesEverySubscribedEvent) {
@@ -121,7 +121,7 @@ TEST(PluginDestroyTest, UnsubscribesEverySubscribedEvent) {
   ASSERT_TRUE(host.Initialize(/*plugin_handle=*/3));
   std::vector<Unsubscription> expected;
   for (const std::string& name : host.ActiveEventNames()) expected.push_back({name, 3});
-  ASSERT_EQ(expected.size(), kServiceProxyEvents.size());
+  ASSERT_GE(expected.size(), kServiceProxyEvents.size());
 
   host.Destroy();
   EXPECT_THAT(host.unsubscriptions(), UnorderedElementsAreArray(expected));
