@@ -1,5 +1,7 @@
 #include "host/json_value.h"
 
+#include "host/json_writing.h"
+
 #include <utility>
 
 #include <rapidjson/document.h>
@@ -8,52 +10,6 @@
 #include <rapidjson/stringbuffer.h>
 
 namespace kav::host {
-namespace {
-
-void WriteValue(const Value& value, rapidjson::PrettyWriter<rapidjson::StringBuffer>& writer) {
-  switch (value.kind()) {
-    case Value::Kind::kNull:
-      writer.Null();
-      break;
-    case Value::Kind::kBool:
-      writer.Bool(value.AsBool());
-      break;
-    case Value::Kind::kSigned:
-      writer.Int64(value.AsSigned());
-      break;
-    case Value::Kind::kUnsigned:
-      writer.Uint64(value.AsUnsigned());
-      break;
-    case Value::Kind::kFloat:
-      writer.Double(value.AsFloat());
-      break;
-    case Value::Kind::kString:
-      writer.String(value.AsString().data(),
-                    static_cast<rapidjson::SizeType>(value.AsString().size()));
-      break;
-    case Value::Kind::kBlob:
-      writer.StartArray();
-      for (uint8_t byte : value.AsBlob()) writer.Uint(byte);
-      writer.EndArray();
-      break;
-    case Value::Kind::kArray:
-      writer.StartArray();
-      for (const Value& element : value.AsArray()) WriteValue(element, writer);
-      writer.EndArray();
-      break;
-    case Value::Kind::kMap:
-      writer.StartObject();
-      for (const MapEntry& entry : value.AsMap()) {
-        writer.Key(entry.key.data(), static_cast<rapidjson::SizeType>(entry.key.size()));
-        WriteValue(entry.value, writer);
-      }
-      writer.EndObject();
-      break;
-  }
-}
-
-}  // namespace
-
 TextPosition PositionOf(std::string_view text, size_t offset) {
   TextPosition position;
   const size_t end = offset < text.size() ? offset : text.size();
@@ -89,7 +45,7 @@ std::string ToIndentedJson(const Value& value) {
   rapidjson::StringBuffer buffer;
   rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
   writer.SetIndent(' ', 2);
-  WriteValue(value, writer);
+  WriteJson(value, writer);
   return std::string(buffer.GetString(), buffer.GetSize());
 }
 
