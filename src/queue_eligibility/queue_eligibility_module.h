@@ -3,6 +3,12 @@
 // platform switches, the cached eligibility of the signed-in player and the
 // flags that say how complete and how fresh that knowledge is.
 //
+// Its work is split by concern: configuration_tracking.cc (observed
+// resources, dirty flag, completion), self_eligibility.cc and gatekeeper.cc
+// (the gatekeeper-based computation and its cache), local_rules.cc (the rule
+// set used without the gatekeeper) and endpoints.cc (the served resources).
+// Every failure is a Failure value with status 500; nothing is thrown.
+//
 // Thread-safety: none of its own. Every field is read and written only by the
 // module's handlers, which the host runs one at a time; a handler that waits
 // lets the host run other handlers meanwhile, so fields may change between
@@ -11,9 +17,16 @@
 #define KAV_QUEUE_ELIGIBILITY_QUEUE_ELIGIBILITY_MODULE_H_
 
 #include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "plugin/app_module.h"
+#include "plugin/host_types.h"
+#include "plugin/maybe_type.h"
+#include "plugin/request.h"
 #include "queue_eligibility/api_types.h"
 
 namespace kav {
@@ -28,6 +41,11 @@ class QueueEligibilityModule : public AppModule {
   using ChampionPlayableCountsForEligibility =
       queue_eligibility::api::ChampionPlayableCountsForEligibility;
   using League = queue_eligibility::api::League;
+  using LoginSession = queue_eligibility::api::LoginSession;
+  using SummonerResource = queue_eligibility::api::SummonerResource;
+  using EligibilityQueryParams = queue_eligibility::api::EligibilityQueryParams;
+  // What every eligibility computation and resource answers.
+  using EligibilityAnswer = MaybeType<Failure, std::vector<Eligibility>>;
 
   QueueEligibilityModule() = default;
   // Releases leagues, available queue ids, queues and self eligibility, in
@@ -56,6 +74,70 @@ class QueueEligibilityModule : public AppModule {
   const std::vector<League>& leagues() const { return leagues_; }
 
  private:
+  // ---- Configuration tracking (configuration_tracking.cc) ----
+  // Observes the two resources bound to the signed-in summoner.
+  void ObserveSessionResources();
+  void OnSessionChanged(const ResourceEvent<LoginSession>& event);
+  void OnPracticeGameEnabledChanged(const ResourceEvent<bool>& event);
+  void OnGateKeeperEnabledChanged(const ResourceEvent<std::optional<bool>>& event);
+  void OnQueuesChanged(const ResourceEvent<std::vector<Queue>>& event);
+  void OnCurrentSummonerChanged(const ResourceEvent<SummonerResource>& event);
+  void OnChampionCountsChanged(const ResourceEvent<ChampionPlayableCountsForEligibility>& event);
+  void OnLeaguesChanged(const ResourceEvent<std::vector<League>>& event);
+  // Marks the configuration complete once queues and champion counts have
+  // both arrived, and then announces it, once in the module's life. Returns
+  // the flag afterwards.
+  bool CheckConfigurationComplete();
+
+  // ---- Gatekeeper-based rules (self_eligibility.cc, gatekeeper.cc) ----
+  // One entry per requested queue, in request order: queue availability,
+  // shutdown law, gatekeeper restrictions, the queue 440 size rule. Fails
+  // "UNAVAILABLE" before the first queue list. May wait for the host.
+  EligibilityAnswer ComputeEligibility(const std::vector<uint64_t>& summoner_ids,
+                                       const std::vector<int32_t>& queue_ids);
+  // The signed-in player's eligibility from the cache, rebuilt for every
+  // known queue first when it is dirty. REQUIRES: `summoner_ids` is the
+  // signed-in summoner alone.
+  EligibilityAnswer GetSelfEligibility(const std::vector<uint64_t>& summoner_ids,
+                                       const std::vector<int32_t>& queue_ids);
+  // Closes entries of unknown and unavailable queues.
+  void ApplyQueueAvailability(std::vector<Eligibility>& eligibilities) const;
+  // Closes queue 440 for a party size it does not admit, unless a team size
+  // restriction closes it already.
+  void ApplyQueue440SizeRule(std::vector<Eligibility>& eligibilities, size_t party_size) const;
+  // Asks the gatekeeper about one batch and merges its answer; `queues` is
+  // read after the wait. False, with `error` set, when the call fails.
+  bool QueryGatekeeperRestrictions(std::vector<Eligibility>& eligibilities,
+                                   const std::vector<Queue>& queues,
+                                   const std::vector<uint64_t>& summoner_ids,
+                                   std::span<const int32_t> queue_ids, std::string& error);
+
+  // ---- Local rules (local_rules.cc) ----
+  // Eligibility from freshly read queues, levels, champions and shutdown
+  // statuses: queues closed for availability first, then the checked ones.
+  EligibilityAnswer EvaluateLocalRules(const std::vector<uint64_t>& summoner_ids,
+                                       const std::vector<int32_t>& queue_ids);
+  // Closes `entry` when the shutdown law disables its queue; an unreadable
+  // status is logged and leaves the entry as it is.
+  void ApplyQueueShutdownStatus(Eligibility& entry);
+
+  // ---- Endpoints (endpoints.cc) ----
+  EligibilityAnswer EligibilityV1(const EligibilityQueryParams& query);
+  EligibilityAnswer EligibilityV2(const EligibilityQueryParams& query);
+  EligibilityAnswer EligibilityV3(const std::vector<uint64_t>& summoner_ids,
+                                  const std::vector<int32_t>& queue_ids);
+  EligibilityAnswer CustomEligibilityV3(int32_t team_size, const std::string& pick_mode);
+  bool InitialConfigurationComplete() const { return initial_configuration_complete_; }
+
+  // Reads another plugin's resource with GET.
+  template <class T>
+  MaybeType<Failure, T> GetResource(std::string_view url) {
+    return Request<T>(KAV_METHOD_GET, url);
+  }
+
+  // The service records' class names beside the registry.
+  queue_eligibility::ServiceTypeTables service_types_;
+
   uint64_t summoner_id_ = 0;    // 0 while no valid session is known
   bool session_valid_ = false;  // session "SUCCEEDED" with account and summoner ids
   bool practice_game_enabled_ = false;
