@@ -178,7 +178,14 @@ std::vector<CallRequest> DemoCalls(const kav::host::Scenario& scenario) {
        "{\"summonerIds\":[" + party + "],\"queueIds\":[440,420]}", "application/json"},
       {"POST", "/kav-queue-eligibility/v1/eligibility",
        "{\"summonerIds\":[" + party + "],\"queueIds\":[440,420,490]}", "application/json"},
+      // The signed-in player again: answered from the cache, no peer is asked.
+      {"GET",
+       "/kav-queue-eligibility/v3/eligibility?summonerIds=[" + std::to_string(self) +
+           "]&queueIds=[1700,440]",
+       {},
+       ""},
       {"GET", "/kav-queue-eligibility/v3/custom?teamSize=5&pickMode=BLIND", {}, ""},
+      {"GET", "/kav-queue-eligibility/v3/custom?teamSize=-1&pickMode=BLIND", {}, ""},
   };
 }
 
