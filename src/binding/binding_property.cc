@@ -10,6 +10,7 @@
 #include <type_traits>
 
 #include "binding/binding_store.h"
+#include "binding/binding_walk.h"
 
 namespace kav {
 
@@ -213,9 +214,9 @@ class WorkStack {
 
 }  // namespace
 
-// The algorithms over whole trees: release, deep copy, walk and member
-// insertion. A friend of BindingProperty. None of them recurses more than a
-// fixed number of levels, so any depth is safe.
+// The algorithms over whole trees: release, deep copy and member insertion
+// (the walk is BindingWalk, in binding_walk.h). A friend of BindingProperty. None of them recurses
+// more than a fixed number of levels, so any depth is safe.
 class BindingTree {
  public:
   static const BindingProperty kNoValue;
@@ -223,13 +224,6 @@ class BindingTree {
   static void ReleaseLeaf(BindingStore& store, BindingProperty& value) noexcept;
   static void ReleaseContainer(BindingStore& store, BindingKind kind, void* record) noexcept;
   static void Copy(BindingProperty& destination, const BindingProperty& source);
-  // Walks with bounded recursion, handing subtrees deeper than `levels_left`
-  // to WalkDeep.
-  static void Walk(const BindingProperty& value, BindingPropertyVisitor& visitor, int levels_left);
-  // Walks any depth with an explicit stack.
-  static void WalkDeep(const BindingProperty& top, BindingPropertyVisitor& visitor);
-  // Reports a value that is not a container; false for containers.
-  static bool VisitLeaf(const BindingProperty& value, BindingPropertyVisitor& visitor);
   static BindingProperty& InsertMember(BindingProperty& structure, std::string_view name,
                                        const uint32_t* known_hash);
 
@@ -261,15 +255,6 @@ class BindingTree {
     const BindingProperty* source;
   };
   static bool CopyLeaf(BindingProperty& destination, const BindingProperty& source);
-
-  struct WalkFrame {
-    const BindingProperty* elements;  // collection: its elements
-    const MemberNode* member;         // structure: the current member
-    size_t index;                     // collection: the current element
-    size_t count;                     // collection: its size
-    bool is_structure;
-    bool child_open;  // the current element or member was begun, not ended
-  };
 };
 
 constinit const BindingProperty BindingTree::kNoValue{BindingProperty::StaticTag{}};
@@ -531,124 +516,6 @@ BindingProperty& BindingTree::InsertMember(BindingProperty& structure, std::stri
   return node->value;
 }
 
-inline bool BindingTree::VisitLeaf(const BindingProperty& value, BindingPropertyVisitor& visitor) {
-  switch (value.kind_) {
-    case BindingKind::kEmpty:
-      visitor.VisitNull();
-      return true;
-    case BindingKind::kBool:
-      visitor.VisitBool(value.payload_.boolean);
-      return true;
-    case BindingKind::kSigned:
-      visitor.VisitSigned(value.payload_.i64);
-      return true;
-    case BindingKind::kUnsigned:
-      visitor.VisitUnsigned(value.payload_.u64);
-      return true;
-    case BindingKind::kFloat:
-      visitor.VisitFloat(value.payload_.f64);
-      return true;
-    case BindingKind::kString:
-      visitor.VisitString(StringOf(value)->View());
-      return true;
-    case BindingKind::kBlob:
-      visitor.VisitBlob(value.AsBlob());
-      return true;
-    case BindingKind::kEnum:
-      visitor.VisitEnum(*static_cast<const BindingEnum*>(value.payload_.record));
-      return true;
-    case BindingKind::kCollection:
-    case BindingKind::kStructure:
-      return false;
-  }
-  return true;  // an unknown kind reports nothing
-}
-
-// The common case: recursion keeps each level's position in registers.
-void BindingTree::Walk(const BindingProperty& value, BindingPropertyVisitor& visitor,
-                       int levels_left) {
-  if (VisitLeaf(value, visitor)) return;
-  if (levels_left == 0) {
-    WalkDeep(value, visitor);
-    return;
-  }
-  if (value.kind_ == BindingKind::kCollection) {
-    const CollectionBlock* block = CollectionOf(value);
-    const size_t count = block != nullptr ? block->size : 0;
-    visitor.BeginCollection(count);
-    for (size_t i = 0; i < count; ++i) {
-      visitor.BeginElement(i);
-      const BindingProperty& element = block->Elements()[i];
-      if (!VisitLeaf(element, visitor)) Walk(element, visitor, levels_left - 1);
-      visitor.EndElement(i);
-    }
-    visitor.EndCollection();
-  } else {
-    const StructureRecord* tree = StructureOf(value);
-    visitor.BeginStructure(tree != nullptr ? tree->count : 0);
-    for (const MemberNode* member = tree != nullptr ? tree->first : nullptr; member != nullptr;
-         member = member->next) {
-      const std::string_view name = member->name->View();
-      visitor.VisitKey(name);
-      if (!VisitLeaf(member->value, visitor)) Walk(member->value, visitor, levels_left - 1);
-      visitor.EndMember(name);
-    }
-    visitor.EndStructure();
-  }
-}
-
-void BindingTree::WalkDeep(const BindingProperty& top, BindingPropertyVisitor& visitor) {
-  WorkStack<WalkFrame, 32> frames;
-  const BindingProperty* next = &top;
-  for (;;) {
-    if (next != nullptr && !VisitLeaf(*next, visitor)) {
-      if (next->kind_ == BindingKind::kCollection) {
-        const CollectionBlock* block = CollectionOf(*next);
-        const size_t count = block != nullptr ? block->size : 0;
-        visitor.BeginCollection(count);
-        frames.Push(
-            {block != nullptr ? block->Elements() : nullptr, nullptr, 0, count, false, false});
-      } else {
-        const StructureRecord* tree = StructureOf(*next);
-        visitor.BeginStructure(tree != nullptr ? tree->count : 0);
-        frames.Push({nullptr, tree != nullptr ? tree->first : nullptr, 0, 0, true, false});
-      }
-    }
-    next = nullptr;
-    if (frames.Empty()) return;
-    WalkFrame& frame = frames.Top();
-    if (frame.is_structure) {
-      if (frame.child_open) {
-        visitor.EndMember(frame.member->name->View());
-        frame.member = frame.member->next;
-        frame.child_open = false;
-      }
-      if (frame.member != nullptr) {
-        visitor.VisitKey(frame.member->name->View());
-        frame.child_open = true;
-        next = &frame.member->value;
-      } else {
-        frames.Pop();
-        visitor.EndStructure();
-      }
-    } else {
-      if (frame.child_open) {
-        visitor.EndElement(frame.index);
-        ++frame.index;
-        frame.child_open = false;
-      }
-      if (frame.index < frame.count) {
-        visitor.BeginElement(frame.index);
-        frame.child_open = true;
-        next = &frame.elements[frame.index];
-      } else {
-        frames.Pop();
-        visitor.EndCollection();
-      }
-    }
-  }
-}
-
 // ---- BindingProperty ----
 
 const char* KindName(uint32_t code) {
@@ -812,9 +679,7 @@ const BindingProperty& BindingProperty::Find(std::string_view name) const {
 }
 
 void BindingProperty::Visit(BindingPropertyVisitor& visitor) const {
-  // 64 levels of recursion cost a few KiB of stack; deeper trees go on in
-  // an explicit stack.
-  BindingTree::Walk(*this, visitor, 64);
+  BindingWalk::Walk(*this, visitor);
 }
 
 void BindingProperty::SetString(const char* text) {
@@ -943,6 +808,15 @@ BindingProperty& BindingProperty::Append() {
     ++block->size;
     return *element;
   }
+  if (block == nullptr) {
+    // The first element: a pool block of constant size (most collections
+    // that decoders build are small).
+    block = static_cast<CollectionBlock*>(Store().Allocate(CollectionBytes(kFirstCapacity)));
+    block->capacity = static_cast<uint32_t>(kFirstCapacity);
+    block->size = 1;
+    payload_.record = block;
+    return *new (block->Elements()) BindingProperty(store_);
+  }
   return At(block != nullptr ? block->size : 0);
 }
 
@@ -993,6 +867,159 @@ void BindingResult::SetError(std::string_view message) {
   ok_ = false;
   MakeStructure();
   Member("error").SetString(holder);
+}
+
+// ---- StructureBuilder ----
+
+namespace {
+
+// Links sorted[lo, hi) (not empty) into a balanced tree: every level above `red_depth`
+// is full, so colouring exactly the nodes at `red_depth` (the deepest level)
+// red gives every path the same number of black nodes.
+MemberNode* BuildBalanced(MemberNode* const* sorted, size_t lo, size_t hi, size_t depth,
+                          size_t red_depth) {
+  const size_t middle = lo + (hi - lo) / 2;
+  MemberNode* node = sorted[middle];
+  node->red = depth == red_depth;
+  if (hi - lo == 1) {  // a leaf: most nodes, so without further calls
+    node->left = node->right = nullptr;
+    return node;
+  }
+  node->left = middle > lo ? BuildBalanced(sorted, lo, middle, depth + 1, red_depth) : nullptr;
+  node->right =
+      middle + 1 < hi ? BuildBalanced(sorted, middle + 1, hi, depth + 1, red_depth) : nullptr;
+  return node;
+}
+
+}  // namespace
+
+StructureBuilder::~StructureBuilder() {
+  while (!levels_.empty()) Close();
+  for (Shape& shape : shapes_) {
+    for (size_t i = 0; i < shape.count; ++i) store_->Release(shape.names[i]);
+  }
+}
+
+void StructureBuilder::Open(BindingProperty& structure) {
+  if (store_ == nullptr) store_ = &structure.Store();
+  const size_t depth = levels_.size();
+  const bool direct = structure.payload_.record != nullptr;  // has members already
+  const bool matching = !direct && depth < shapes_.size() && shapes_[depth].count != 0;
+  levels_.push_back(Level{&structure, nullptr, collected_.size(), direct, matching});
+}
+
+BindingProperty& StructureBuilder::Member(std::string_view name) {
+  Level& level = levels_.back();
+  if (level.direct) return level.structure->Member(name);
+  BindingStore& store = *store_;
+  const size_t count = collected_.size() - level.first_collected;
+  const InternedString* interned = nullptr;
+  if (level.matching) {
+    // Names distinct so far and equal to the remembered ones: this one, if
+    // it is the next remembered name, is new in the structure too.
+    const Shape& shape = shapes_[levels_.size() - 1];
+    if (count < shape.count) {
+      const InternedString* expected = shape.names[count];
+      if (expected->length == name.size() &&
+          binding_internal::SameText(binding_internal::Probe(name.data(), name.size()), name.data(),
+                                     expected, name.size())) {
+        // The shared empty string is not counted.
+        if (!name.empty()) ++const_cast<InternedString*>(expected)->references;
+        interned = expected;
+      }
+    }
+    if (interned == nullptr) level.matching = false;
+  }
+  if (interned == nullptr) {
+    interned = store.Intern(name);  // cut at the first NUL byte
+    for (size_t i = level.first_collected; i < collected_.size(); ++i) {
+      if (collected_[i]->name == interned) {  // one entry per content
+        store.Release(interned);
+        return collected_[i]->value;
+      }
+    }
+    if (count == kMaxCollected) {
+      store.Release(interned);
+      Link(level, levels_.size() - 1, false);
+      level.direct = true;
+      return level.structure->Member(name);
+    }
+  }
+  MemberNode* node;
+  try {
+    collected_.push_back(nullptr);
+    if (level.record == nullptr) {
+      level.record = static_cast<StructureRecord*>(store.Allocate(sizeof(StructureRecord)));
+    }
+    node = static_cast<MemberNode*>(store.Allocate(sizeof(MemberNode)));
+  } catch (...) {
+    if (collected_.size() > level.first_collected + count) collected_.pop_back();
+    store.Release(interned);
+    throw;
+  }
+  node->left = node->right = node->next = nullptr;
+  node->name = interned;
+  new (&node->value) BindingProperty(&store);
+  node->red = false;
+  collected_.back() = node;
+  return node->value;
+}
+
+void StructureBuilder::Close() noexcept {
+  Level level = levels_.back();
+  levels_.pop_back();
+  if (!level.direct) Link(level, levels_.size(), true);
+}
+
+// Puts the level's collected members in name order into its structure and
+// remembers their names for `depth` when `remember`. REQUIRES: the level is
+// the innermost (open or just closed) and `depth` is its depth.
+void StructureBuilder::Link(Level& level, size_t depth, bool remember) noexcept {
+  MemberNode* const* nodes = collected_.data() + level.first_collected;
+  const size_t count = collected_.size() - level.first_collected;
+  if (count == 0) return;  // the structure stays empty, with no record
+  MemberNode* sorted[kMaxCollected];
+  const Shape* shape = depth < shapes_.size() ? &shapes_[depth] : nullptr;
+  if (level.matching && shape != nullptr && shape->count == count) {
+    for (size_t i = 0; i < count; ++i) sorted[i] = nodes[shape->order[i]];
+  } else {
+    uint8_t order[kMaxCollected];
+    for (size_t i = 0; i < count; ++i) order[i] = static_cast<uint8_t>(i);
+    std::sort(order, order + count, [nodes](uint8_t a, uint8_t b) {
+      return CompareNames(nodes[a]->name->View(), nodes[b]->name) < 0;
+    });
+    for (size_t i = 0; i < count; ++i) sorted[i] = nodes[order[i]];
+    if (remember) Remember(depth, nodes, order, count);
+  }
+  for (size_t i = 0; i + 1 < count; ++i) sorted[i]->next = sorted[i + 1];
+  sorted[count - 1]->next = nullptr;
+  const size_t red_depth = static_cast<size_t>(std::bit_width(count) - 1);
+  StructureRecord* record = level.record;
+  *record = StructureRecord{BuildBalanced(sorted, 0, count, 0, red_depth), sorted[0],
+                            sorted[count - 1], count};
+  record->root->red = false;
+  level.structure->payload_.record = record;
+  collected_.resize(level.first_collected);
+}
+
+void StructureBuilder::Remember(size_t depth, MemberNode* const* nodes, const uint8_t* order,
+                                size_t count) noexcept {
+  if (depth >= kRememberedDepths) return;
+  if (depth >= shapes_.size()) {
+    try {
+      shapes_.resize(depth + 1);
+    } catch (...) {
+      return;  // only a missed shortcut
+    }
+  }
+  Shape& shape = shapes_[depth];
+  for (size_t i = 0; i < count; ++i) store_->AddReference(nodes[i]->name);
+  for (size_t i = 0; i < shape.count; ++i) store_->Release(shape.names[i]);
+  for (size_t i = 0; i < count; ++i) {
+    shape.names[i] = nodes[i]->name;
+    shape.order[i] = order[i];
+  }
+  shape.count = count;
 }
 
 }  // namespace kav

@@ -64,6 +64,11 @@ struct BindingEnum {
 
 class BindingStore;
 class BindingPropertyVisitor;
+namespace binding_internal {
+struct InternedString;
+struct MemberNode;
+struct StructureRecord;
+}  // namespace binding_internal
 
 class BindingProperty {
  public:
@@ -172,6 +177,8 @@ class BindingProperty {
   friend class BindingStore;
   friend class MemberIterator;
   friend class BindingTree;  // the tree algorithms, in binding_property.cc
+  friend class BindingWalk;  // the templated walk, in binding_walk.h
+  friend class StructureBuilder;
 
   struct StaticTag {};
   // The shared static empty value, constant-initialised.
@@ -244,6 +251,73 @@ class [[nodiscard]] BindingResult : public BindingProperty {
 
  private:
   bool ok_ = true;
+};
+
+// Fills the structures of one tree as a decoder reads them. Members arrive
+// in text order, and the objects of a list tend to repeat the same names in
+// the same order. The members of a structure opened empty are collected
+// without ordering and put in name order once, when it is closed - by the
+// order remembered from the previous structure of the same depth when the
+// names repeat it, else by sorting - instead of one tree insertion each.
+// Structures that already have members, and very large ones, are filled
+// member by member as BindingProperty::Member does.
+//
+// Open / Member / Close nest like the objects of the text. The result is the
+// same as calling BindingProperty::Member for each name: names end at their
+// first NUL byte, and a repeated name gives the member it named before.
+// While a structure is open its members are reachable only through the
+// references Member returned (Find, Size and iteration do not see them yet).
+//
+// REQUIRES: all structures opened belong to one tree; an open structure
+// stays in place (its collection does not grow) until closed; the builder is
+// destroyed before that tree is cleared or destroyed. Destroying the builder
+// closes any structure still open.
+//
+// Thread-safety: as the tree it fills.
+class StructureBuilder {
+ public:
+  StructureBuilder() = default;
+  StructureBuilder(const StructureBuilder&) = delete;
+  StructureBuilder& operator=(const StructureBuilder&) = delete;
+  ~StructureBuilder();
+
+  // Starts filling `structure`. REQUIRES: it is a structure.
+  void Open(BindingProperty& structure);
+  // The member `name` of the innermost open structure, inserted empty when
+  // missing. The reference stays valid as Member's does.
+  BindingProperty& Member(std::string_view name);
+  // Puts the innermost open structure's members in order and closes it.
+  void Close() noexcept;
+
+ private:
+  // Structures with more members than this are filled member by member.
+  static constexpr size_t kMaxCollected = 32;
+  // Names are remembered for the structures of the first depths only.
+  static constexpr size_t kRememberedDepths = 16;
+
+  struct Level {
+    BindingProperty* structure;
+    binding_internal::StructureRecord* record;  // allocated with the first member
+    size_t first_collected;                     // its members in collected_
+    bool direct;                                // filled member by member
+    bool matching;                              // the names so far repeat the remembered ones
+  };
+  // The names of the last structure closed at one depth, in text order, and
+  // their name order; each name holds a reference.
+  struct Shape {
+    const binding_internal::InternedString* names[kMaxCollected];
+    uint8_t order[kMaxCollected];
+    size_t count = 0;
+  };
+
+  void Link(Level& level, size_t depth, bool remember) noexcept;
+  void Remember(size_t depth, binding_internal::MemberNode* const* nodes, const uint8_t* order,
+                size_t count) noexcept;
+
+  BindingStore* store_ = nullptr;
+  std::vector<Level> levels_;
+  std::vector<binding_internal::MemberNode*> collected_;
+  std::vector<Shape> shapes_;  // by depth
 };
 
 // The walking interface of Visit. Scalars are reported by kind; collections

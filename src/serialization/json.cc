@@ -3,9 +3,9 @@
 #include <rapidjson/error/en.h>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/reader.h>
-#include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -16,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "binding/binding_walk.h"
 #include "binding/type_registry.h"
 
 namespace kav {
@@ -78,14 +79,16 @@ class ValueBuilder {
     if (!CanOpen()) return false;
     BindingProperty& target = NextTarget();
     target.MakeStructure();  // an existing structure keeps its members
+    structures_.Open(target);
     open_.push_back(&target);
     return true;
   }
   bool Key(const char* name, rapidjson::SizeType length, bool) {
-    member_target_ = &open_.back()->Member(std::string_view(name, length));
+    member_target_ = &structures_.Member(std::string_view(name, length));
     return true;
   }
   bool EndObject(rapidjson::SizeType) {
+    structures_.Close();
     open_.pop_back();
     return true;
   }
@@ -122,6 +125,7 @@ class ValueBuilder {
 
   BindingProperty* member_target_;
   std::vector<BindingProperty*> open_;
+  StructureBuilder structures_;  // fills the open structures of open_
   bool nesting_exceeded_ = false;
 };
 
@@ -170,19 +174,121 @@ void EncodeBase64(std::span<const uint8_t> bytes, std::string& out) {
   out += '=';
 }
 
-// Visitor that feeds a RapidJSON Writer or PrettyWriter. Element and member
-// boundaries need no output: the RapidJSON writer places separators itself.
-template <class JsonWriter>
-class JsonEmitter final : public BindingPropertyVisitor {
+// RapidJSON output stream that writes straight into the result string, so
+// that the text is never copied out of a separate buffer. The string is
+// kept larger than the text while writing (the spare bytes are zeros) and
+// cut to the text by Finish.
+class StringOutput {
  public:
-  JsonEmitter(JsonWriter& writer, const TypeRegistry* registry)
-      : writer_(writer), registry_(registry) {}
+  using Ch = char;
 
-  void VisitNull() override { writer_.Null(); }
-  void VisitBool(bool value) override { writer_.Bool(value); }
-  void VisitSigned(int64_t value) override { writer_.Int64(value); }
-  void VisitUnsigned(uint64_t value) override { writer_.Uint64(value); }
-  void VisitFloat(double value) override {
+  explicit StringOutput(std::string& text) : text_(text) {
+    text_.resize(kInitialCapacity);
+    cursor_ = text_.data();
+    end_ = cursor_ + text_.size();
+  }
+
+  void Put(char c) {
+    if (cursor_ == end_) Grow(1);
+    *cursor_++ = c;
+  }
+  // REQUIRES: room was made by Reserve.
+  void PutReserved(char c) { *cursor_++ = c; }
+  // Makes room for `count` more bytes.
+  void Reserve(size_t count) {
+    if (static_cast<size_t>(end_ - cursor_) < count) Grow(count);
+  }
+  void Flush() {}
+  // Room for `count` more bytes, to be filled directly and then passed to
+  // Commit with the end of what was filled.
+  char* Claim(size_t count) {
+    Reserve(count);
+    return cursor_;
+  }
+  void Commit(char* end) { cursor_ = end; }
+
+  size_t Written() const { return static_cast<size_t>(cursor_ - text_.data()); }
+  size_t Capacity() const { return text_.size(); }
+  // Cuts the string to the text written; gives back the spare room when a
+  // projection overshot by far. No Put may follow.
+  void Finish() {
+    const size_t written = Written();
+    text_.resize(written);
+    if (text_.capacity() > 2 * written + 4096) text_.shrink_to_fit();
+  }
+
+ private:
+  static constexpr size_t kInitialCapacity = 256;
+
+  void Grow(size_t count) {
+    const size_t written = Written();
+    text_.resize(std::max(written + count, text_.size() + text_.size() / 2));
+    cursor_ = text_.data() + written;
+    end_ = text_.data() + text_.size();
+  }
+
+  std::string& text_;
+  char* cursor_;
+  char* end_;
+};
+
+// RapidJSON's writers reserve room before runs of bytes; found by
+// argument-dependent lookup in preference to RapidJSON's generic versions.
+inline void PutReserve(StringOutput& output, size_t count) {
+  output.Reserve(count);
+}
+inline void PutUnsafe(StringOutput& output, char c) {
+  output.PutReserved(c);
+}
+
+}  // namespace
+}  // namespace kav
+
+namespace rapidjson {
+
+// Integers are written straight into the output, as RapidJSON does for its
+// own StringBuffer, instead of through a scratch buffer; those that fit 32
+// bits take the shorter 32-bit conversion.
+template <>
+inline bool Writer<kav::StringOutput>::WriteInt64(int64_t value) {
+  char* start = os_->Claim(21);
+  const bool fits = value >= INT32_MIN && value <= INT32_MAX;
+  os_->Commit(fits ? internal::i32toa(static_cast<int32_t>(value), start)
+                   : internal::i64toa(value, start));
+  return true;
+}
+template <>
+inline bool Writer<kav::StringOutput>::WriteUint64(uint64_t value) {
+  char* start = os_->Claim(20);
+  os_->Commit(value <= UINT32_MAX ? internal::u32toa(static_cast<uint32_t>(value), start)
+                                  : internal::u64toa(value, start));
+  return true;
+}
+
+}  // namespace rapidjson
+
+namespace kav {
+namespace {
+
+// Visitor that feeds a RapidJSON Writer or PrettyWriter; walked by
+// BindingWalk, so its calls are inlined. Element and member boundaries need
+// no output: the RapidJSON writer places separators itself.
+//
+// Once a sample of the children of the top-level container is written, the
+// output is reserved for all of them at the average size so far, with an
+// eighth to spare (payloads are mostly lists of like records), so that a large text is
+// allocated once or twice rather than grown step by step.
+template <class JsonWriter>
+class JsonEmitter {
+ public:
+  JsonEmitter(JsonWriter& writer, StringOutput& output, const TypeRegistry* registry)
+      : writer_(writer), output_(output), registry_(registry) {}
+
+  void VisitNull() { writer_.Null(); }
+  void VisitBool(bool value) { writer_.Bool(value); }
+  void VisitSigned(int64_t value) { writer_.Int64(value); }
+  void VisitUnsigned(uint64_t value) { writer_.Uint64(value); }
+  void VisitFloat(double value) {
     // RapidJSON refuses non-finite numbers after it has written the
     // separator; null keeps the text valid JSON.
     if (std::isfinite(value)) {
@@ -191,14 +297,14 @@ class JsonEmitter final : public BindingPropertyVisitor {
       writer_.Null();
     }
   }
-  void VisitString(std::string_view value) override {
+  void VisitString(std::string_view value) {
     writer_.String(TextOf(value), static_cast<rapidjson::SizeType>(value.size()));
   }
-  void VisitBlob(std::span<const uint8_t> bytes) override {
+  void VisitBlob(std::span<const uint8_t> bytes) {
     EncodeBase64(bytes, scratch_);
     writer_.String(scratch_.data(), static_cast<rapidjson::SizeType>(scratch_.size()));
   }
-  void VisitEnum(const BindingEnum& value) override {
+  void VisitEnum(const BindingEnum& value) {
     if (registry_ != nullptr && value.type != nullptr) {
       if (const char* name = registry_->EnumValueName(*value.type, value.value)) {
         writer_.String(name, static_cast<rapidjson::SizeType>(std::strlen(name)));
@@ -207,24 +313,65 @@ class JsonEmitter final : public BindingPropertyVisitor {
     }
     VisitSigned(value.value);
   }
-  void BeginCollection(size_t) override { writer_.StartArray(); }
-  void BeginElement(size_t) override {}
-  void EndElement(size_t) override {}
-  void EndCollection() override { writer_.EndArray(); }
-  void BeginStructure(size_t) override { writer_.StartObject(); }
-  void VisitKey(std::string_view name) override {
+  void BeginCollection(size_t count) {
+    Open(count);
+    writer_.StartArray();
+  }
+  void BeginElement(size_t) {}
+  void EndElement(size_t) {
+    if (depth_ == 1) ChildDone();
+  }
+  void EndCollection() {
+    --depth_;
+    writer_.EndArray();
+  }
+  void BeginStructure(size_t count) {
+    Open(count);
+    writer_.StartObject();
+  }
+  void VisitKey(std::string_view name) {
     writer_.Key(TextOf(name), static_cast<rapidjson::SizeType>(name.size()));
   }
-  void EndMember(std::string_view) override {}
-  void EndStructure() override { writer_.EndObject(); }
+  void EndMember(std::string_view) {
+    if (depth_ == 1) ChildDone();
+  }
+  void EndStructure() {
+    --depth_;
+    writer_.EndObject();
+  }
 
  private:
   // RapidJSON asserts on a null pointer even for an empty text.
   static const char* TextOf(std::string_view text) { return text.data() ? text.data() : ""; }
 
+  void Open(size_t count) {
+    if (depth_ == 0) {
+      top_children_ = count;
+      top_done_ = 0;
+    }
+    ++depth_;
+  }
+  void ChildDone() {
+    ++top_done_;
+    // The first few children alone are a poor sample (an overestimate is
+    // never taken back); until then the output grows by half each time.
+    if (top_done_ < std::min<size_t>(kSampleChildren, (top_children_ + 31) / 32)) return;
+    const size_t written = output_.Written();
+    const size_t expected = written / top_done_ * top_children_;
+    if (expected > output_.Capacity()) {
+      output_.Reserve(expected + expected / 8 - written);
+    }
+  }
+
+  static constexpr size_t kSampleChildren = 16;
+
   JsonWriter& writer_;
+  StringOutput& output_;
   const TypeRegistry* registry_;
-  std::string scratch_;  // Base64 text of the current blob
+  size_t depth_ = 0;         // containers open
+  size_t top_children_ = 0;  // children of the top-level container
+  size_t top_done_ = 0;      // of them written so far
+  std::string scratch_;      // Base64 text of the current blob
 };
 
 std::string ReplaceLineFeeds(std::string_view text, std::string_view newline) {
@@ -244,23 +391,25 @@ std::string ReplaceLineFeeds(std::string_view text, std::string_view newline) {
 
 std::string SerializeJson(const BindingProperty& value, const TypeRegistry* registry,
                           const char* newline) {
-  if (value.IsEmpty()) return std::string();
+  std::string text;
+  if (value.IsEmpty()) return text;
 
-  rapidjson::StringBuffer buffer;
+  StringOutput output(text);
   if (newline == nullptr || *newline == '\0') {
-    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-    JsonEmitter emitter(writer, registry);
-    value.Visit(emitter);
-    return std::string(buffer.GetString(), buffer.GetSize());
+    rapidjson::Writer<StringOutput> writer(output);
+    JsonEmitter emitter(writer, output, registry);
+    BindingWalk::Walk(value, emitter);
+    output.Finish();
+    return text;
   }
 
-  rapidjson::PrettyWriter<rapidjson::StringBuffer> writer(buffer);
+  rapidjson::PrettyWriter<StringOutput> writer(output);
   writer.SetIndent(' ', 4);
   writer.SetFormatOptions(rapidjson::kFormatDefault);
-  JsonEmitter emitter(writer, registry);
-  value.Visit(emitter);
-  std::string_view text(buffer.GetString(), buffer.GetSize());
-  if (std::strcmp(newline, "\n") == 0) return std::string(text);
+  JsonEmitter emitter(writer, output, registry);
+  BindingWalk::Walk(value, emitter);
+  output.Finish();
+  if (std::strcmp(newline, "\n") == 0) return text;
   return ReplaceLineFeeds(text, newline);
 }
 
@@ -272,13 +421,17 @@ BindingResult DeserializeJson(const char* text) {
   const size_t skipped = static_cast<size_t>(start - text);
 
   rapidjson::StringStream stream(start);
-  ValueBuilder builder(result);
   rapidjson::Reader reader;
   rapidjson::ParseResult parsed;
+  bool nesting_exceeded = false;
   // Growing the value may throw (out of memory, or a collection beyond its
   // element limit); that is reported like a parse error, never thrown on.
+  // The builder is gone before any failure clears the value, as its
+  // structure builder requires.
   try {
+    ValueBuilder builder(result);
     parsed = reader.Parse<rapidjson::kParseDefaultFlags>(stream, builder);
+    nesting_exceeded = builder.nesting_exceeded();
   } catch (const std::bad_alloc&) {
     result.SetError(ReadErrorMessage("Out of memory.", skipped + stream.Tell()));
     return result;
@@ -288,7 +441,7 @@ BindingResult DeserializeJson(const char* text) {
   }
   if (parsed.IsError()) {
     const size_t offset = skipped + parsed.Offset();
-    if (builder.nesting_exceeded()) {
+    if (nesting_exceeded) {
       result.SetError(ReadErrorMessage(NestingErrorText(), offset));
     } else {
       result.SetError(ReadErrorMessage(rapidjson::GetParseError_En(parsed.Code()), offset));
