@@ -13,8 +13,8 @@
 //   RegisterStructure<Queue>(registry, "Queue", tags);
 //
 // Field() takes optional flags (kOmitIfDefault, kRequired), a description,
-// the help-only optional flag and a host type specification. An enumeration declares its enumerators the
-// same way:
+// the help-only optional flag and a host type specification. An enumeration declares its
+// enumerators the same way:
 //
 //   constexpr auto BindingEnumerators(const QueueAvailability*) {
 //     return kav::Enumerators<QueueAvailability>({

@@ -86,7 +86,9 @@ void BuildHostValue(KavHostValue& target, const BindingProperty& source,
       size_t count = source.Size();
       if (count == 0) return SetReference(target, KAV_VALUE_ARRAY, nullptr, 0);
       auto* elements = static_cast<KavHostValue*>(PluginAllocate(count * sizeof(KavHostValue)));
-      for (size_t index = 0; index < count; ++index) SetNull(elements[index]);
+      // All-zero records are null values: one clear makes the whole array
+      // releasable before any element is built.
+      std::memset(static_cast<void*>(elements), 0, count * sizeof(KavHostValue));
       SetReference(target, KAV_VALUE_ARRAY, elements, count);
       for (size_t index = 0; index < count; ++index) {
         BuildHostValue(elements[index], source.At(index), registry);
@@ -98,11 +100,8 @@ void BuildHostValue(KavHostValue& target, const BindingProperty& source,
       if (count == 0) return SetReference(target, KAV_VALUE_MAP, nullptr, 0);
       auto* entries =
           static_cast<KavHostMapEntry*>(PluginAllocate(count * sizeof(KavHostMapEntry)));
-      for (size_t index = 0; index < count; ++index) {
-        entries[index].key = nullptr;
-        entries[index].owns_key = 0;
-        SetNull(entries[index].value);
-      }
+      // All-zero entries have no key, do not own one and hold null values.
+      std::memset(static_cast<void*>(entries), 0, count * sizeof(KavHostMapEntry));
       SetReference(target, KAV_VALUE_MAP, entries, count);
       size_t index = 0;
       for (auto [name, member] : source.Members()) {
@@ -113,6 +112,40 @@ void BuildHostValue(KavHostValue& target, const BindingProperty& source,
       }
       return;
     }
+  }
+}
+
+// Frees every block that `value` owns, depth first, leaving the record
+// itself as it is: the records inside an array or map die with the block
+// that holds them, so only the outermost one needs resetting.
+void FreeOwnedBlocks(const KavHostValue& value) noexcept {
+  void* data = const_cast<void*>(value.payload.ref.data);
+  const uint32_t size = value.payload.ref.size;
+  switch (value.kind) {
+    case KAV_VALUE_STRING_OWNED:
+    case KAV_VALUE_BLOB_OWNED:
+      PluginFree(data);
+      return;
+    case KAV_VALUE_ARRAY: {
+      if (data == nullptr) return;
+      const auto* elements = static_cast<const KavHostValue*>(data);
+      for (uint32_t index = 0; index < size; ++index) FreeOwnedBlocks(elements[index]);
+      PluginFree(data);
+      return;
+    }
+    case KAV_VALUE_MAP: {
+      if (data == nullptr) return;
+      const auto* entries = static_cast<const KavHostMapEntry*>(data);
+      for (uint32_t index = 0; index < size; ++index) {
+        const KavHostMapEntry& entry = entries[index];
+        if (entry.owns_key) PluginFree(const_cast<char*>(entry.key));
+        FreeOwnedBlocks(entry.value);
+      }
+      PluginFree(data);
+      return;
+    }
+    default:
+      return;
   }
 }
 
@@ -215,32 +248,7 @@ bool ToHostValue(KavHostValue& target, const BindingProperty& source,
 }
 
 void ReleaseHostValue(KavHostValue& value) noexcept {
-  void* data = const_cast<void*>(value.payload.ref.data);
-  const uint32_t size = value.payload.ref.size;
-  switch (value.kind) {
-    case KAV_VALUE_STRING_OWNED:
-    case KAV_VALUE_BLOB_OWNED:
-      PluginFree(data);
-      break;
-    case KAV_VALUE_ARRAY: {
-      auto* elements = static_cast<KavHostValue*>(data);
-      for (uint32_t index = 0; index < size; ++index) ReleaseHostValue(elements[index]);
-      PluginFree(data);
-      break;
-    }
-    case KAV_VALUE_MAP: {
-      auto* entries = static_cast<KavHostMapEntry*>(data);
-      for (uint32_t index = 0; index < size; ++index) {
-        KavHostMapEntry& entry = entries[index];
-        if (entry.owns_key) PluginFree(const_cast<char*>(entry.key));
-        ReleaseHostValue(entry.value);
-      }
-      PluginFree(data);
-      break;
-    }
-    default:
-      break;
-  }
+  FreeOwnedBlocks(value);
   SetNull(value);
 }
 

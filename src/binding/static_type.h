@@ -75,8 +75,8 @@ class StaticType {
       constexpr std::string_view keyword = std::is_enum_v<U>    ? "enum "
                                            : std::is_class_v<U> ? "class "
                                                                 : "";
-      made.staticName = static_type_detail::MakeStaticName(
-          keyword, static_type_detail::Spelling<U>());
+      made.staticName =
+          static_type_detail::MakeStaticName(keyword, static_type_detail::Spelling<U>());
       return made;
     }();
     return identity;

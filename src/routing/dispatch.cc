@@ -24,7 +24,10 @@ namespace kav {
 // ---- Registration ----
 
 bool IsAsynchronousResultType(const StaticTypeIdentity& type) {
-  return type.id == StaticType::Id<AsyncOperation>() || type.id == StaticType::Id<AsyncCallback>();
+  // Hashed at compile time: every call asks this.
+  constexpr uint32_t kAsyncOperationId = StaticType::Id<AsyncOperation>();
+  constexpr uint32_t kAsyncCallbackId = StaticType::Id<AsyncCallback>();
+  return type.id == kAsyncOperationId || type.id == kAsyncCallbackId;
 }
 
 FunctionBuilder& FunctionBuilder::SetPath(std::string_view path) {
@@ -314,7 +317,24 @@ TextPairs ParseQuery(std::string_view url) {
   size_t question = url.find('?');
   if (question == std::string_view::npos) return pairs;
   std::string_view query = url.substr(question + 1);
+  // Names seen so far, by position. A short query is searched linearly; the
+  // index is built only once the query has many names.
+  constexpr size_t kLinearSearchLimit = 16;
   std::unordered_map<std::string, size_t> positions;
+  auto find_position = [&](const std::string& name) -> std::optional<size_t> {
+    if (pairs.size() <= kLinearSearchLimit) {
+      for (size_t i = 0; i < pairs.size(); ++i) {
+        if (pairs[i].first == name) return i;
+      }
+      return std::nullopt;
+    }
+    if (positions.empty()) {
+      for (size_t i = 0; i < pairs.size(); ++i) positions.emplace(pairs[i].first, i);
+    }
+    auto found = positions.find(name);
+    if (found == positions.end()) return std::nullopt;
+    return found->second;
+  };
   while (true) {
     size_t ampersand = query.find('&');
     std::string_view piece = query.substr(0, ampersand);
@@ -322,11 +342,11 @@ TextPairs ParseQuery(std::string_view url) {
     std::string name = PercentDecode(piece.substr(0, equals));
     std::string value =
         equals == std::string_view::npos ? std::string() : PercentDecode(piece.substr(equals + 1));
-    auto [position, inserted] = positions.emplace(name, pairs.size());
-    if (inserted) {
-      pairs.emplace_back(std::move(name), std::move(value));
+    if (std::optional<size_t> position = find_position(name)) {
+      pairs[*position].second = std::move(value);
     } else {
-      pairs[position->second].second = std::move(value);
+      if (!positions.empty()) positions.emplace(name, pairs.size());
+      pairs.emplace_back(std::move(name), std::move(value));
     }
     if (ampersand == std::string_view::npos) break;
     query = query.substr(ampersand + 1);
@@ -686,7 +706,9 @@ void KAV_CALL CloseBodyStream(void* handle) {
 void WriteResponse(KavResponse& response, CallResult& result, const TypeRegistry* registry) {
   bool not_convertible = false;
   if (!result.value.Ok()) {
-    response.error = PluginDuplicate(std::string(result.value.Error()).c_str());
+    // A message view is followed by its NUL byte: no temporary needed.
+    std::string_view message = result.value.Error();
+    response.error = PluginDuplicate(message.empty() ? "" : message.data());
     response.error_owned = 1;
   } else if (!ToHostValue(response.body, result.value, registry)) {
     not_convertible = true;

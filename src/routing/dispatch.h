@@ -231,7 +231,7 @@ void CopyAnswerExtras(CallResult& call_result, R& answer) {
   call_result.flags = static_cast<uint8_t>(extras.flags);
   call_result.format = static_cast<uint32_t>(extras.format);
   call_result.status = static_cast<uint32_t>(extras.status);
-  call_result.text = std::string(extras.text);
+  call_result.text.assign(extras.text);
   call_result.pairs.clear();
   for (const auto& [name, value] : extras.pairs) {
     call_result.pairs.emplace_back(std::string(name), std::string(value));

@@ -227,6 +227,14 @@ TEST_F(DispatchTest, BindsQueryHeaderAndPathArguments) {
       {kEcho, {.url = "/echo?value={%22a%22:1}"}, {"", 0, R"({"a":1})"}},
       {kEcho, {.url = "/echo?value=plain"}, {"", 0, R"("plain")"}},
       {kEcho, {.url = "/echo?value"}, {"", 0, R"({})"}},
+      // Many names: a repeated name keeps its first position, takes the last value.
+      {kEcho,
+       {.url = "/echo?value.0=a&value.1=b&value.2=c&value.3=d&value.4=e&value.5=f&value.6=g&value."
+               "7=h&value.8=i&value.9=j&value.10=k&value.11=l&value.12=m&value.13=n&value.14=o&"
+               "value.15=p&value.16=q&value.17=r&value.0=z&value.17=y"},
+       {"", 0,
+        "[\"z\",\"b\",\"c\",\"d\",\"e\",\"f\",\"g\",\"h\",\"i\",\"j\",\"k\",\"l\",\"m\",\"n\","
+        "\"o\",\"p\",\"q\",\"y\"]"}},
       {kEcho, {.url = "/echo"}, {"", 0, ""}},
       {"GetItemsById",
        {.url = "/items/7"},
