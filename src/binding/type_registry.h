@@ -82,7 +82,7 @@ struct TypeSpecification {
 
 // A type as shown in help: "vector"/"map" with the element's text in
 // `elementType`, the registered name of an enum or struct ("enum"/"struct"
-// when the specification refers to none), else the kind name.
+// when it refers to no registered type), else the kind name.
 struct TypeIdentifierText {
   std::string type;
   std::string elementType;
