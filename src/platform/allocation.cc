@@ -3,16 +3,18 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <thread>
 
+#include "platform/block_cache.h"
 #include "platform/system_heap.h"
 
 namespace kav {
 namespace {
 
-void AtomicAdd(std::atomic<uint64_t>& counter, uint64_t amount) noexcept {
-  uint64_t seen = counter.load(std::memory_order_relaxed);
-  while (!counter.compare_exchange_weak(seen, seen + amount, std::memory_order_relaxed)) {
-  }
+void CpuRelax() noexcept {
+#if defined(__i386__) || defined(__x86_64__)
+  __builtin_ia32_pause();
+#endif
 }
 
 // The system heap. Sizes of 0 become 1 so that success is never null
@@ -86,49 +88,38 @@ size_t CountingUsableSize(void* context, const void* block) {
   return UnderlyingUsable(Counting(context), block);
 }
 
+constexpr AllocationTable CountingAllocationTableOver(CountingContext* context) {
+  return {context,           CountingAllocate,  CountingFree, CountingReallocate,
+          CountingDuplicate, CountingUsableSize};
+}
+
 // The process-wide state, constant-initialised so that the counting table is
 // in place before the first allocation of any static constructor.
 constinit AllocationCounters g_counters;
+
+#if defined(__SANITIZE_ADDRESS__)
+// Under AddressSanitizer every block goes straight back to the system heap,
+// so that the sanitizer sees each use after free.
 constinit CountingContext g_counting_context = {kSystemTable, &g_counters};
-constinit AllocationTable g_table = {&g_counting_context, CountingAllocate,  CountingFree,
-                                     CountingReallocate,  CountingDuplicate, CountingUsableSize};
+constinit AllocationTable g_table = CountingAllocationTableOver(&g_counting_context);
+#else
+constinit AllocationTable g_table = CountingCachedAllocationTable(&g_counters);
+#endif
 
 }  // namespace
 
-void AllocationCounters::RecordAllocation(uint64_t usable_size) noexcept {
-  AtomicAdd(bytes_allocated_, usable_size);
-  AtomicAdd(allocations_, 1);
-  // Freed is read before allocated (and frees before allocations): both only
-  // grow and never overtake their partner, so the differences cannot wrap.
-  uint64_t freed = bytes_freed_.load();
-  uint64_t in_use = bytes_allocated_.load() - freed;
-  uint64_t peak = peak_bytes_in_use_.load();
-  while (in_use > peak) {
-    if (peak_bytes_in_use_.compare_exchange_weak(peak, in_use)) {
-      uint64_t frees = frees_.load();
-      uint64_t live = allocations_.load() - frees;
-      uint64_t previous = live_allocations_at_peak_.load();
-      while (!live_allocations_at_peak_.compare_exchange_weak(previous, live)) {
+void AllocationCounters::LockSlowly() const noexcept {
+  for (int spins = 0; locked_.exchange(true, std::memory_order_acquire); ++spins) {
+    // Held only for a few instructions: spin on a plain read, and give the
+    // processor away if the holder seems to have been descheduled.
+    while (locked_.load(std::memory_order_relaxed)) {
+      if (spins++ < 64) {
+        CpuRelax();
+      } else {
+        std::this_thread::yield();
       }
-      break;
     }
   }
-}
-
-void AllocationCounters::RecordFree(uint64_t usable_size) noexcept {
-  AtomicAdd(bytes_freed_, usable_size);
-  AtomicAdd(frees_, 1);
-}
-
-MemoryStatistics AllocationCounters::Read() const noexcept {
-  MemoryStatistics statistics;
-  statistics.peak_bytes_in_use = peak_bytes_in_use_.load();
-  statistics.live_allocations_at_peak = live_allocations_at_peak_.load();
-  statistics.bytes_freed = bytes_freed_.load();
-  statistics.frees = frees_.load();
-  statistics.bytes_allocated = bytes_allocated_.load();
-  statistics.allocations = allocations_.load();
-  return statistics;
 }
 
 AllocationTable SystemAllocationTable() noexcept {
@@ -136,8 +127,7 @@ AllocationTable SystemAllocationTable() noexcept {
 }
 
 AllocationTable CountingAllocationTable(CountingContext* context) noexcept {
-  return {context,           CountingAllocate,  CountingFree, CountingReallocate,
-          CountingDuplicate, CountingUsableSize};
+  return CountingAllocationTableOver(context);
 }
 
 AllocationTable InstallAllocationTable(const AllocationTable& table) {

@@ -11,7 +11,7 @@
 // (src/plugin/library), so standard containers are counted too; in other
 // programs only explicit calls of these functions are counted.
 //
-// Thread-safe: the counters are updated with atomic operations. Replacing
+// Thread-safe: the counters are updated together under a spin lock. Replacing
 // the table (InstallAllocationTable) is not synchronised with allocations on
 // other threads; it is meant for start-up and tests.
 #ifndef KAV_PLATFORM_ALLOCATION_H_
@@ -65,25 +65,51 @@ MemoryStatistics ReadMemoryStatistics() noexcept;
 // usable size to bytes allocated and 1 to allocations; each free adds the
 // usable size to bytes freed and 1 to frees. After each allocation, when
 // bytes in use exceed the peak, the peak takes that value and live
-// allocations at peak becomes allocations minus frees. Every update is a
-// compare-and-swap loop on a 64-bit atomic, so any thread may record.
+// allocations at peak becomes allocations minus frees. Each record is one
+// short critical section under a spin lock, so any thread may record, and a
+// read sees all six counters at one moment.
 class AllocationCounters {
  public:
   constexpr AllocationCounters() = default;
   AllocationCounters(const AllocationCounters&) = delete;
   AllocationCounters& operator=(const AllocationCounters&) = delete;
 
-  void RecordAllocation(uint64_t usable_size) noexcept;
-  void RecordFree(uint64_t usable_size) noexcept;
-  MemoryStatistics Read() const noexcept;
+  void RecordAllocation(uint64_t usable_size) noexcept {
+    Lock();
+    counters_.bytes_allocated += usable_size;
+    ++counters_.allocations;
+    const uint64_t in_use = counters_.BytesInUse();
+    if (in_use > counters_.peak_bytes_in_use) {
+      counters_.peak_bytes_in_use = in_use;
+      counters_.live_allocations_at_peak = counters_.LiveAllocations();
+    }
+    Unlock();
+  }
+
+  void RecordFree(uint64_t usable_size) noexcept {
+    Lock();
+    counters_.bytes_freed += usable_size;
+    ++counters_.frees;
+    Unlock();
+  }
+
+  MemoryStatistics Read() const noexcept {
+    Lock();
+    const MemoryStatistics statistics = counters_;
+    Unlock();
+    return statistics;
+  }
 
  private:
-  std::atomic<uint64_t> peak_bytes_in_use_{0};
-  std::atomic<uint64_t> live_allocations_at_peak_{0};
-  std::atomic<uint64_t> bytes_allocated_{0};
-  std::atomic<uint64_t> allocations_{0};
-  std::atomic<uint64_t> bytes_freed_{0};
-  std::atomic<uint64_t> frees_{0};
+  void Lock() const noexcept {
+    if (locked_.exchange(true, std::memory_order_acquire)) [[unlikely]]
+      LockSlowly();
+  }
+  void LockSlowly() const noexcept;
+  void Unlock() const noexcept { locked_.store(false, std::memory_order_release); }
+
+  mutable std::atomic<bool> locked_{false};
+  MemoryStatistics counters_{};
 };
 
 // The system heap (malloc, free, realloc, strdup and the usable-size query)
@@ -99,7 +125,8 @@ struct CountingContext {
 };
 
 // A table of counting functions over `context->underlying` (the table that
-// is installed at start-up counts over the system heap into the counters
+// is installed at start-up counts over the system heap, behind the block
+// cache of block_cache.h except under AddressSanitizer, into the counters
 // that ReadMemoryStatistics reads). A resize counts as a free of the old
 // block and an allocation of the new one; a failed resize counts nothing.
 // REQUIRES: *context outlives every use of the returned table.

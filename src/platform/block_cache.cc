@@ -1,0 +1,250 @@
+#include "platform/block_cache.h"
+
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/system_heap.h"
+
+namespace kav {
+namespace {
+
+// Size classes are 16 bytes apart and start at 24, the smallest usable size
+// of the 64-bit system heap: class c holds blocks of at least ClassSize(c)
+// usable bytes and serves requests up to that size.
+constexpr size_t kSmallestClassSize = 24;
+constexpr size_t kClassStep = 16;
+constexpr size_t kClassCount = (kLargestCachedBlock - kSmallestClassSize) / kClassStep + 1;
+
+constexpr size_t ClassSize(size_t size_class) {
+  return kSmallestClassSize + size_class * kClassStep;
+}
+
+// The class that serves a request of `size` bytes. REQUIRES: size <= kLargestCachedBlock.
+constexpr size_t ClassForRequest(size_t size) {
+  return size <= kSmallestClassSize ? 0 : (size - kSmallestClassSize + kClassStep - 1) / kClassStep;
+}
+
+// The largest class a freed block of `usable` bytes can serve.
+// REQUIRES: kSmallestClassSize <= usable <= kLargestCachedUsable.
+constexpr size_t ClassForBlock(size_t usable) {
+  return (usable - kSmallestClassSize) / kClassStep;
+}
+
+// How many blocks a thread keeps per class: kBlockCacheBytesPerClass
+// bytes, but at least 4 blocks.
+constexpr auto kClassLimits = [] {
+  std::array<uint16_t, kClassCount> limits{};
+  for (size_t size_class = 0; size_class < kClassCount; ++size_class) {
+    const size_t limit = kBlockCacheBytesPerClass / ClassSize(size_class);
+    limits[size_class] = static_cast<uint16_t>(limit < 4 ? 4 : limit);
+  }
+  return limits;
+}();
+
+// A block asked for as the largest class may come with a few bytes more.
+constexpr size_t kLargestCachedUsable = kLargestCachedBlock + kClassStep - 1;
+
+static_assert(ClassSize(kClassCount - 1) == kLargestCachedBlock);
+static_assert(ClassForBlock(kLargestCachedUsable) == kClassCount - 1);
+static_assert(ClassForRequest(kLargestCachedBlock) == kClassCount - 1);
+
+// A block in a cache: the link to the next one of its class and its usable
+// size, kept so that handing the block out again needs no size query.
+struct CachedBlock {
+  CachedBlock* next;
+  size_t usable;
+};
+static_assert(sizeof(CachedBlock) <= kSmallestClassSize);
+
+struct ThreadBlockCache {
+  CachedBlock* heads[kClassCount];
+  uint16_t counts[kClassCount];
+};
+
+// The marker of a thread whose cache is gone: it is ending, and its frees go
+// straight to the system heap.
+ThreadBlockCache* const kClosedCache = reinterpret_cast<ThreadBlockCache*>(uintptr_t{1});
+
+// The calling thread's cache: null before the first use, kClosedCache after
+// the thread's exit flush. Only a pointer lives in thread-local storage, so
+// that the initial-exec model (one instruction per access instead of a call
+// per access) costs the host's static TLS reserve a few bytes.
+#if defined(__GNUC__) && defined(__ELF__)
+[[gnu::tls_model("initial-exec")]]
+#endif
+constinit thread_local ThreadBlockCache* t_cache = nullptr;
+
+void FlushClasses(ThreadBlockCache& cache) noexcept {
+  for (size_t size_class = 0; size_class < kClassCount; ++size_class) {
+    CachedBlock* block = cache.heads[size_class];
+    while (block != nullptr) {
+      CachedBlock* next = block->next;
+      std::free(block);
+      block = next;
+    }
+    cache.heads[size_class] = nullptr;
+    cache.counts[size_class] = 0;
+  }
+}
+
+struct CloseAtThreadExit {
+  ~CloseAtThreadExit() {
+    ThreadBlockCache* cache = t_cache;
+    t_cache = kClosedCache;
+    if (cache == nullptr || cache == kClosedCache) return;
+    FlushClasses(*cache);
+    std::free(cache);
+  }
+};
+
+// The calling thread's cache, made on first use; null once the thread is
+// ending or when no memory is left for it.
+[[gnu::noinline]] ThreadBlockCache* OpenCache() noexcept {
+  // Constructing the object registers its destructor with the thread's exit.
+  thread_local CloseAtThreadExit close_at_exit;
+  (void)close_at_exit;
+  auto* cache = static_cast<ThreadBlockCache*>(std::calloc(1, sizeof(ThreadBlockCache)));
+  t_cache = cache;
+  return cache;
+}
+
+inline ThreadBlockCache* CurrentCache() noexcept {
+  ThreadBlockCache* cache = t_cache;
+  if (cache != nullptr && cache != kClosedCache) [[likely]]
+    return cache;
+  return cache == nullptr ? OpenCache() : nullptr;
+}
+
+// A block of at least `size` bytes (1 when 0) and its usable size: from the
+// calling thread's cache, else from the system heap; a null block when out
+// of memory.
+struct SizedBlock {
+  void* block;
+  size_t usable;
+};
+
+inline SizedBlock CacheAllocate(size_t size) noexcept {
+  if (size <= kLargestCachedBlock) [[likely]] {
+    const size_t size_class = ClassForRequest(size);
+    if (ThreadBlockCache* cache = CurrentCache()) [[likely]] {
+      if (CachedBlock* block = cache->heads[size_class]) {
+        cache->heads[size_class] = block->next;
+        --cache->counts[size_class];
+        return {block, block->usable};
+      }
+    }
+    // Asked for the whole class size, so that the block serves its class
+    // again once it is freed.
+    size = ClassSize(size_class);
+  }
+  void* block = std::malloc(size);
+  return {block, SystemUsableSize(block)};
+}
+
+// Keeps `block` in the calling thread's cache, or frees it when its class is
+// full or it is too large. REQUIRES: `usable` is SystemUsableSize(block).
+inline void CacheFree(void* block, size_t usable) noexcept {
+  if (usable >= kSmallestClassSize && usable <= kLargestCachedUsable) [[likely]] {
+    const size_t size_class = ClassForBlock(usable);
+    ThreadBlockCache* cache = CurrentCache();
+    if (cache != nullptr && cache->counts[size_class] < kClassLimits[size_class]) [[likely]] {
+      CachedBlock* cached = static_cast<CachedBlock*>(block);
+      cached->next = cache->heads[size_class];
+      cached->usable = usable;
+      cache->heads[size_class] = cached;
+      ++cache->counts[size_class];
+      return;
+    }
+  }
+  std::free(block);
+}
+
+char* DuplicateWith(void* (*allocate)(void*, size_t), void* context, const char* text) {
+  if (text == nullptr) return nullptr;
+  const size_t size = std::strlen(text) + 1;
+  char* copy = static_cast<char*>(allocate(context, size));
+  if (copy != nullptr) std::memcpy(copy, text, size);
+  return copy;
+}
+
+// The uncounted table.
+void* AllocateBlock(void* /*context*/, size_t size) {
+  return CacheAllocate(size).block;
+}
+
+void FreeBlock(void* /*context*/, void* block) {
+  if (block != nullptr) CacheFree(block, SystemUsableSize(block));
+}
+
+void* ReallocateBlock(void* /*context*/, void* block, size_t size) {
+  return std::realloc(block, size != 0 ? size : 1);
+}
+
+char* DuplicateText(void* context, const char* text) {
+  return DuplicateWith(AllocateBlock, context, text);
+}
+
+AllocationCounters& Counters(void* context) {
+  return *static_cast<AllocationCounters*>(context);
+}
+
+}  // namespace
+
+namespace block_cache_detail {
+
+void* CountingAllocate(void* counters, size_t size) {
+  const SizedBlock allocated = CacheAllocate(size);
+  if (allocated.block != nullptr) Counters(counters).RecordAllocation(allocated.usable);
+  return allocated.block;
+}
+
+void CountingFree(void* counters, void* block) {
+  if (block == nullptr) return;
+  const size_t usable = SystemUsableSize(block);
+  Counters(counters).RecordFree(usable);
+  CacheFree(block, usable);
+}
+
+// A cached block is never in use, so every block can be resized by the
+// system heap directly.
+void* CountingReallocate(void* counters, void* block, size_t size) {
+  if (block == nullptr) return CountingAllocate(counters, size);
+  const size_t old_usable = SystemUsableSize(block);
+  void* moved = std::realloc(block, size != 0 ? size : 1);
+  if (moved == nullptr) return nullptr;
+  Counters(counters).RecordFree(old_usable);
+  Counters(counters).RecordAllocation(SystemUsableSize(moved));
+  return moved;
+}
+
+char* CountingDuplicate(void* counters, const char* text) {
+  return DuplicateWith(CountingAllocate, counters, text);
+}
+
+size_t UsableSize(void* /*counters*/, const void* block) {
+  return SystemUsableSize(block);
+}
+
+}  // namespace block_cache_detail
+
+AllocationTable CachedSystemAllocationTable() noexcept {
+  return {nullptr,         AllocateBlock, FreeBlock,
+          ReallocateBlock, DuplicateText, block_cache_detail::UsableSize};
+}
+
+size_t CachedBlockCount() noexcept {
+  const ThreadBlockCache* cache = t_cache;
+  if (cache == nullptr || cache == kClosedCache) return 0;
+  size_t count = 0;
+  for (uint16_t class_count : cache->counts) count += class_count;
+  return count;
+}
+
+void FlushBlockCache() noexcept {
+  ThreadBlockCache* cache = t_cache;
+  if (cache != nullptr && cache != kClosedCache) FlushClasses(*cache);
+}
+
+}  // namespace kav
