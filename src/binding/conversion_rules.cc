@@ -358,6 +358,19 @@ void StructureFromProperty(BindingResult& status, void* native, const BindingPro
   }
 }
 
+// Builds the value of an OmitIfDefault field aside, so that a default one
+// leaves no member behind. True when the value is to be kept; false when it
+// is a default or failed (the failure then lowers `status`).
+bool BuildOmittableField(BindingResult& status, BindingResult& value, const FieldDescriptor& field,
+                         const void* address, const TypeRegistry& registry) {
+  field.converter->ToProperty(value, value, address, field.type.type, registry);
+  if (!value.Ok()) {
+    status.SetError(value.Error());
+    return false;
+  }
+  return !IsDefaultValue(value);
+}
+
 void StructureToProperty(BindingResult& status, BindingProperty& target, const void* native,
                          const TypeDescription* type, const TypeRegistry& registry) {
   if (type == nullptr) {
@@ -370,20 +383,52 @@ void StructureToProperty(BindingResult& status, BindingProperty& target, const v
   for (const FieldDescriptor& field : type->fields) {
     const void* address = base + field.offset;
     if (field.flags & kOmitIfDefault) {
-      // Built aside first: a default value must not leave a member behind.
       BindingResult value;
-      field.converter->ToProperty(value, value, address, field.type.type, registry);
-      if (!value.Ok()) {
-        status.SetError(value.Error());
-        return;
+      if (BuildOmittableField(status, value, field, address, registry)) {
+        target.Member(field.name) = std::move(value);
       }
-      if (!IsDefaultValue(value)) target.Member(field.name) = std::move(value);
+      if (!status.Ok()) return;
       continue;
     }
     field.converter->ToProperty(status, target.Member(field.name), address, field.type.type,
                                 registry);
     if (!status.Ok()) return;  // `target` may be gone
   }
+}
+
+void StructureToHostValue(BindingResult& status, KavHostValue& target, const void* native,
+                          const TypeDescription* type, const TypeRegistry& registry,
+                          const TypeRegistry* names) {
+  if (type == nullptr || type->fieldsByName.size() != type->fields.size()) {
+    ToHostValueThroughProperty(
+        status, target,
+        [&](BindingResult& value) { StructureToProperty(value, value, native, type, registry); },
+        names);
+    return;
+  }
+  const auto* base = static_cast<const std::byte*>(native);
+  KavHostMapEntry* entries = SetHostMap(target, type->fields.size());
+  size_t count = 0;
+  for (uint32_t index : type->fieldsByName) {
+    const FieldDescriptor& field = type->fields[index];
+    const void* address = base + field.offset;
+    if (field.flags & kOmitIfDefault) {
+      // Whether the value counts as default is decided on its generic form.
+      BindingResult value;
+      if (BuildOmittableField(status, value, field, address, registry)) {
+        KavHostMapEntry& entry = entries[count++];
+        SetHostKey(entry, field.name);
+        BuildHostValue(entry.value, value, names);
+      }
+      if (!status.Ok()) return;
+      continue;
+    }
+    KavHostMapEntry& entry = entries[count++];
+    SetHostKey(entry, field.name);
+    field.converter->ToHostValue(status, entry.value, address, field.type.type, registry, names);
+    if (!status.Ok()) return;
+  }
+  if (count < type->fields.size()) TrimHostMap(target, count);
 }
 
 bool IsDefaultValue(const BindingProperty& value) {

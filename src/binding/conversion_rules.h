@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "binding/binding_property.h"
+#include "binding/host_value.h"
 #include "binding/type_registry.h"
 
 namespace kav {
@@ -56,6 +57,28 @@ void StructureFromProperty(BindingResult& status, void* native, const BindingPro
 // `target` or an ancestor of it (see TypeConverter::ToProperty).
 void StructureToProperty(BindingResult& status, BindingProperty& target, const void* native,
                          const TypeDescription* type, const TypeRegistry& registry);
+
+// The host value StructureToProperty and then ToHostValue would give, built
+// directly (see TypeConverter::ToHostValue). Throws std::bad_alloc.
+void StructureToHostValue(BindingResult& status, KavHostValue& target, const void* native,
+                          const TypeDescription* type, const TypeRegistry& registry,
+                          const TypeRegistry* names);
+
+// Any native value to a host value through a BindingProperty: the way for
+// the shapes whose direct conversion would have to repeat BindingProperty's
+// own rules (repeated or NUL-cut member names). `to_property` is the
+// value's ToProperty. Throws std::bad_alloc.
+template <class ToPropertyFn>
+void ToHostValueThroughProperty(BindingResult& status, KavHostValue& target,
+                                ToPropertyFn&& to_property, const TypeRegistry* names) {
+  BindingResult value;
+  to_property(value);
+  if (!value.Ok()) {
+    status.SetError(value.Error());
+    return;
+  }
+  BuildHostValue(target, value, names);
+}
 
 // Whether a field flagged OmitIfDefault with this value is left out: false,
 // zero, exactly 0.0, enumerator 0, a zero-size string, blob, collection or

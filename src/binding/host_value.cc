@@ -30,89 +30,24 @@ char* CopyText(const char* text, size_t size) {
   return copy;
 }
 
-// Builds `target`, which is null on entry. Throws std::bad_alloc; whatever
-// was built before stays reachable from `target` so that it can be released.
-void BuildHostValue(KavHostValue& target, const BindingProperty& source,
-                    const TypeRegistry* registry) {
-  switch (source.Kind()) {
-    case BindingKind::kEmpty:
-      return;
-    case BindingKind::kBool:
-      target.kind = KAV_VALUE_BOOL;
-      target.payload.boolean = source.AsBool() ? 1 : 0;
-      return;
-    case BindingKind::kSigned:
-      target.kind = KAV_VALUE_SIGNED;
-      target.payload.i64 = source.AsSigned();
-      return;
-    case BindingKind::kUnsigned:
-      target.kind = KAV_VALUE_UNSIGNED;
-      target.payload.u64 = source.AsUnsigned();
-      return;
-    case BindingKind::kFloat:
-      target.kind = KAV_VALUE_FLOAT;
-      target.payload.f64 = source.AsFloat();
-      return;
-    case BindingKind::kString: {
-      std::string_view text = source.AsString();
-      SetReference(target, KAV_VALUE_STRING_OWNED, CopyText(text.data(), text.size()), text.size());
-      return;
-    }
-    case BindingKind::kBlob: {
-      std::span<const uint8_t> bytes = source.AsBlob();
-      void* copy = nullptr;
-      if (!bytes.empty()) {
-        copy = PluginAllocate(bytes.size());
-        std::memcpy(copy, bytes.data(), bytes.size());
-      }
-      SetReference(target, KAV_VALUE_BLOB_OWNED, copy, bytes.size());
-      return;
-    }
-    case BindingKind::kEnum: {
-      BindingEnum value = source.AsEnum();
-      const char* name = registry != nullptr && value.type != nullptr
-                             ? registry->EnumValueName(*value.type, value.value)
-                             : nullptr;
-      if (name == nullptr) {
-        target.kind = KAV_VALUE_SIGNED;
-        target.payload.i64 = value.value;
-        return;
-      }
-      size_t size = std::strlen(name);
-      SetReference(target, KAV_VALUE_STRING_OWNED, CopyText(name, size), size);
-      return;
-    }
-    case BindingKind::kCollection: {
-      size_t count = source.Size();
-      if (count == 0) return SetReference(target, KAV_VALUE_ARRAY, nullptr, 0);
-      auto* elements = static_cast<KavHostValue*>(PluginAllocate(count * sizeof(KavHostValue)));
-      // All-zero records are null values: one clear makes the whole array
-      // releasable before any element is built.
-      std::memset(static_cast<void*>(elements), 0, count * sizeof(KavHostValue));
-      SetReference(target, KAV_VALUE_ARRAY, elements, count);
-      for (size_t index = 0; index < count; ++index) {
-        BuildHostValue(elements[index], source.At(index), registry);
-      }
-      return;
-    }
-    case BindingKind::kStructure: {
-      size_t count = source.Size();
-      if (count == 0) return SetReference(target, KAV_VALUE_MAP, nullptr, 0);
-      auto* entries =
-          static_cast<KavHostMapEntry*>(PluginAllocate(count * sizeof(KavHostMapEntry)));
-      // All-zero entries have no key, do not own one and hold null values.
-      std::memset(static_cast<void*>(entries), 0, count * sizeof(KavHostMapEntry));
-      SetReference(target, KAV_VALUE_MAP, entries, count);
-      size_t index = 0;
-      for (auto [name, member] : source.Members()) {
-        KavHostMapEntry& entry = entries[index++];
-        entry.key = CopyText(name.data(), name.size());
-        entry.owns_key = 1;
-        BuildHostValue(entry.value, member, registry);
-      }
-      return;
-    }
+// `target` as an array or map (`kind`) of `count` all-zero records; no block
+// when count is 0. One clear makes the whole block releasable before any
+// record is built.
+template <class Record>
+Record* SetZeroedRecords(KavHostValue& target, uint32_t kind, size_t count) {
+  if (count == 0) {
+    SetReference(target, kind, nullptr, 0);
+    return nullptr;
   }
+  auto* records = static_cast<Record*>(PluginAllocate(count * sizeof(Record)));
+  std::memset(static_cast<void*>(records), 0, count * sizeof(Record));
+  SetReference(target, kind, records, count);
+  return records;
+}
+
+std::string_view UpToFirstNul(std::string_view text) {
+  const void* nul = std::memchr(text.data(), '\0', text.size());
+  return nul == nullptr ? text : text.substr(0, static_cast<const char*>(nul) - text.data());
 }
 
 // Frees every block that `value` owns, depth first, leaving the record
@@ -150,6 +85,117 @@ void FreeOwnedBlocks(const KavHostValue& value) noexcept {
 }
 
 }  // namespace
+
+void SetHostString(KavHostValue& target, std::string_view text) {
+  text = UpToFirstNul(text);
+  SetReference(target, KAV_VALUE_STRING_OWNED, CopyText(text.data(), text.size()), text.size());
+}
+
+void SetHostBlob(KavHostValue& target, std::span<const uint8_t> bytes) {
+  void* copy = nullptr;
+  if (!bytes.empty()) {
+    copy = PluginAllocate(bytes.size());
+    std::memcpy(copy, bytes.data(), bytes.size());
+  }
+  SetReference(target, KAV_VALUE_BLOB_OWNED, copy, bytes.size());
+}
+
+void SetHostEnum(KavHostValue& target, int32_t value, const StaticTypeIdentity& type,
+                 const TypeRegistry* registry) {
+  const char* name = registry != nullptr ? registry->EnumValueName(type, value) : nullptr;
+  if (name == nullptr) {
+    target.kind = KAV_VALUE_SIGNED;
+    target.payload.i64 = value;
+    return;
+  }
+  const size_t size = std::strlen(name);
+  SetReference(target, KAV_VALUE_STRING_OWNED, CopyText(name, size), size);
+}
+
+KavHostValue* SetHostArray(KavHostValue& target, size_t count) {
+  // All-zero records are null values.
+  return SetZeroedRecords<KavHostValue>(target, KAV_VALUE_ARRAY, count);
+}
+
+KavHostMapEntry* SetHostMap(KavHostValue& target, size_t count) {
+  // All-zero entries have no key, do not own one and hold null values.
+  return SetZeroedRecords<KavHostMapEntry>(target, KAV_VALUE_MAP, count);
+}
+
+void SetHostKey(KavHostMapEntry& entry, std::string_view name) {
+  name = UpToFirstNul(name);
+  entry.key = CopyText(name.data(), name.size());
+  entry.owns_key = 1;
+}
+
+void TrimHostMap(KavHostValue& target, size_t count) noexcept {
+  if (count == 0) {
+    PluginFree(const_cast<void*>(target.payload.ref.data));
+    SetReference(target, KAV_VALUE_MAP, nullptr, 0);
+    return;
+  }
+  target.payload.ref.size = static_cast<uint32_t>(count);
+}
+
+void BuildHostValue(KavHostValue& target, const BindingProperty& source,
+                    const TypeRegistry* registry) {
+  switch (source.Kind()) {
+    case BindingKind::kEmpty:
+      return;
+    case BindingKind::kBool:
+      target.kind = KAV_VALUE_BOOL;
+      target.payload.boolean = source.AsBool() ? 1 : 0;
+      return;
+    case BindingKind::kSigned:
+      target.kind = KAV_VALUE_SIGNED;
+      target.payload.i64 = source.AsSigned();
+      return;
+    case BindingKind::kUnsigned:
+      target.kind = KAV_VALUE_UNSIGNED;
+      target.payload.u64 = source.AsUnsigned();
+      return;
+    case BindingKind::kFloat:
+      target.kind = KAV_VALUE_FLOAT;
+      target.payload.f64 = source.AsFloat();
+      return;
+    case BindingKind::kString: {
+      const std::string_view text = source.AsString();
+      SetReference(target, KAV_VALUE_STRING_OWNED, CopyText(text.data(), text.size()), text.size());
+      return;
+    }
+    case BindingKind::kBlob:
+      SetHostBlob(target, source.AsBlob());
+      return;
+    case BindingKind::kEnum: {
+      const BindingEnum value = source.AsEnum();
+      if (value.type == nullptr) {
+        target.kind = KAV_VALUE_SIGNED;
+        target.payload.i64 = value.value;
+        return;
+      }
+      SetHostEnum(target, value.value, *value.type, registry);
+      return;
+    }
+    case BindingKind::kCollection: {
+      const size_t count = source.Size();
+      KavHostValue* elements = SetHostArray(target, count);
+      for (size_t index = 0; index < count; ++index) {
+        BuildHostValue(elements[index], source.At(index), registry);
+      }
+      return;
+    }
+    case BindingKind::kStructure: {
+      KavHostMapEntry* entries = SetHostMap(target, source.Size());
+      for (auto [name, member] : source.Members()) {
+        KavHostMapEntry& entry = *entries++;
+        entry.key = CopyText(name.data(), name.size());
+        entry.owns_key = 1;
+        BuildHostValue(entry.value, member, registry);
+      }
+      return;
+    }
+  }
+}
 
 const char* HostValueKindName(uint32_t kind) {
   switch (kind) {

@@ -37,6 +37,7 @@
 
 #include "binding/binding_property.h"
 #include "binding/conversion_rules.h"
+#include "binding/host_value.h"
 #include "binding/static_type.h"
 #include "binding/type_registry.h"
 
@@ -61,6 +62,14 @@ template <class T, class C, class A>
 struct IsStringMap<std::map<std::string, T, C, A>> : std::true_type {};
 template <class T, class H, class E, class A>
 struct IsStringMap<std::unordered_map<std::string, T, H, E, A>> : std::true_type {};
+
+// A string map that iterates its keys in byte-wise order.
+template <class T>
+struct IsByteOrderedMap : std::false_type {};
+template <class T, class A>
+struct IsByteOrderedMap<std::map<std::string, T, std::less<std::string>, A>> : std::true_type {};
+template <class T, class A>
+struct IsByteOrderedMap<std::map<std::string, T, std::less<>, A>> : std::true_type {};
 
 template <size_t kSize>
 constexpr TypeKind SignedKind() {
@@ -115,6 +124,11 @@ struct ValueTraits<bool> {
                  const TypeRegistry&) {
     target.SetBool(native);
   }
+  static void ToHost(BindingResult&, KavHostValue& target, bool native, const TypeDescription*,
+                     const TypeRegistry&, const TypeRegistry*) {
+    target.kind = KAV_VALUE_BOOL;
+    target.payload.boolean = native ? 1 : 0;
+  }
 };
 
 template <SignedInteger T>
@@ -131,6 +145,11 @@ struct ValueTraits<T> {
   static void To(BindingResult&, BindingProperty& target, T native, const TypeDescription*,
                  const TypeRegistry&) {
     target.SetSigned(native);
+  }
+  static void ToHost(BindingResult&, KavHostValue& target, T native, const TypeDescription*,
+                     const TypeRegistry&, const TypeRegistry*) {
+    target.kind = KAV_VALUE_SIGNED;
+    target.payload.i64 = native;
   }
 };
 
@@ -149,6 +168,11 @@ struct ValueTraits<T> {
                  const TypeRegistry&) {
     target.SetUnsigned(native);
   }
+  static void ToHost(BindingResult&, KavHostValue& target, T native, const TypeDescription*,
+                     const TypeRegistry&, const TypeRegistry*) {
+    target.kind = KAV_VALUE_UNSIGNED;
+    target.payload.u64 = native;
+  }
 };
 
 template <std::floating_point T>
@@ -166,6 +190,11 @@ requires(sizeof(T) == 4 || sizeof(T) == 8) struct ValueTraits<T> {
                  const TypeRegistry&) {
     target.SetFloat(static_cast<double>(native));
   }
+  static void ToHost(BindingResult&, KavHostValue& target, T native, const TypeDescription*,
+                     const TypeRegistry&, const TypeRegistry*) {
+    target.kind = KAV_VALUE_FLOAT;
+    target.payload.f64 = static_cast<double>(native);
+  }
 };
 
 template <>
@@ -180,6 +209,10 @@ struct ValueTraits<std::string> {
                  const TypeDescription*, const TypeRegistry&) {
     target.SetString(std::string_view(native));
   }
+  static void ToHost(BindingResult&, KavHostValue& target, const std::string& native,
+                     const TypeDescription*, const TypeRegistry&, const TypeRegistry*) {
+    SetHostString(target, native);
+  }
 };
 
 template <>
@@ -193,6 +226,10 @@ struct ValueTraits<BindingProperty> {
   static void To(BindingResult&, BindingProperty& target, const BindingProperty& native,
                  const TypeDescription*, const TypeRegistry&) {
     target = native;
+  }
+  static void ToHost(BindingResult&, KavHostValue& target, const BindingProperty& native,
+                     const TypeDescription*, const TypeRegistry&, const TypeRegistry* names) {
+    BuildHostValue(target, native, names);
   }
 };
 
@@ -209,6 +246,11 @@ struct ValueTraits<std::vector<std::byte>> {
                  const TypeDescription*, const TypeRegistry&) {
     target.SetBlob(
         std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(native.data()), native.size()));
+  }
+  static void ToHost(BindingResult&, KavHostValue& target, const std::vector<std::byte>& native,
+                     const TypeDescription*, const TypeRegistry&, const TypeRegistry*) {
+    SetHostBlob(target, std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(native.data()),
+                                                 native.size()));
   }
 };
 
@@ -240,6 +282,10 @@ struct ValueTraits<T> {
                  const TypeRegistry&) {
     target.SetEnum(static_cast<int32_t>(native), StaticType::Of<T>());
   }
+  static void ToHost(BindingResult&, KavHostValue& target, T native, const TypeDescription*,
+                     const TypeRegistry&, const TypeRegistry* names) {
+    SetHostEnum(target, static_cast<int32_t>(native), StaticType::Of<T>(), names);
+  }
 };
 
 template <StructureValue T>
@@ -257,6 +303,12 @@ struct ValueTraits<T> {
   static void To(BindingResult& status, BindingProperty& target, const T& native,
                  const TypeDescription* type, const TypeRegistry& registry) {
     StructureToProperty(status, target, &native, ResolveDescription<T>(type, registry), registry);
+  }
+  static void ToHost(BindingResult& status, KavHostValue& target, const T& native,
+                     const TypeDescription* type, const TypeRegistry& registry,
+                     const TypeRegistry* names) {
+    StructureToHostValue(status, target, &native, ResolveDescription<T>(type, registry), registry,
+                         names);
   }
 };
 
@@ -287,6 +339,11 @@ struct ValueTraits<T> {
       return;
     }
     ElementTraits::To(status, target, *native, type, registry);
+  }
+  static void ToHost(BindingResult& status, KavHostValue& target, const T& native,
+                     const TypeDescription* type, const TypeRegistry& registry,
+                     const TypeRegistry* names) {
+    if (native.has_value()) ElementTraits::ToHost(status, target, *native, type, registry, names);
   }
 };
 
@@ -330,6 +387,15 @@ struct ValueTraits<T> {
       if (!status.Ok()) return;  // `target` may be gone
     }
   }
+  static void ToHost(BindingResult& status, KavHostValue& target, const T& native,
+                     const TypeDescription* type, const TypeRegistry& registry,
+                     const TypeRegistry* names) {
+    KavHostValue* elements = SetHostArray(target, native.size());
+    for (const auto& element : native) {
+      ElementTraits::ToHost(status, *elements++, element, type, registry, names);
+      if (!status.Ok()) return;
+    }
+  }
 };
 
 template <StringMapValue T>
@@ -366,6 +432,34 @@ struct ValueTraits<T> {
       if (!status.Ok()) return;  // `target` may be gone
     }
   }
+  // A std::map is already in member order; an unordered map, or a key that
+  // a NUL byte cuts short (two keys may then meet), goes the generic way.
+  static void ToHost(BindingResult& status, KavHostValue& target, const T& native,
+                     const TypeDescription* type, const TypeRegistry& registry,
+                     const TypeRegistry* names) {
+    if (!IsOrderedMap() || HasKeyWithNul(native)) {
+      ToHostValueThroughProperty(
+          status, target, [&](BindingResult& value) { To(value, value, native, type, registry); },
+          names);
+      return;
+    }
+    KavHostMapEntry* entries = SetHostMap(target, native.size());
+    for (const auto& [key, value] : native) {
+      KavHostMapEntry& entry = *entries++;
+      SetHostKey(entry, key);
+      ElementTraits::ToHost(status, entry.value, value, type, registry, names);
+      if (!status.Ok()) return;
+    }
+  }
+
+ private:
+  static constexpr bool IsOrderedMap() { return converter_detail::IsByteOrderedMap<T>::value; }
+  static bool HasKeyWithNul(const T& native) {
+    for (const auto& entry : native) {
+      if (entry.first.find('\0') != std::string::npos) return true;
+    }
+    return false;
+  }
 };
 
 // ---- Converter objects ---------------------------------------------------------
@@ -381,6 +475,11 @@ class TypedConverter final : public TypeConverter {
   void ToProperty(BindingResult& status, BindingProperty& target, const void* native,
                   const TypeDescription* type, const TypeRegistry& registry) const override {
     ValueTraits<T>::To(status, target, *static_cast<const T*>(native), type, registry);
+  }
+  void ToHostValue(BindingResult& status, KavHostValue& target, const void* native,
+                   const TypeDescription* type, const TypeRegistry& registry,
+                   const TypeRegistry* names) const override {
+    ValueTraits<T>::ToHost(status, target, *static_cast<const T*>(native), type, registry, names);
   }
 };
 

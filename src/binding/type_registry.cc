@@ -46,6 +46,31 @@ TypeIdentifierText TypeIdentifier(const TypeSpecification& specification) {
 
 // ---- TypeBuilder ----------------------------------------------------------
 
+namespace {
+
+std::string_view MemberName(const FieldDescriptor& field) {
+  const std::string_view name = field.name;
+  return name.substr(0, name.find('\0'));
+}
+
+// Fills description.fieldsByName; see there.
+void OrderFieldsByName(TypeDescription& description) {
+  std::vector<uint32_t>& order = description.fieldsByName;
+  order.resize(description.fields.size());
+  for (uint32_t index = 0; index < order.size(); ++index) order[index] = index;
+  const auto name_of = [&](uint32_t index) { return MemberName(description.fields[index]); };
+  std::sort(order.begin(), order.end(),
+            [&](uint32_t left, uint32_t right) { return name_of(left) < name_of(right); });
+  for (size_t index = 1; index < order.size(); ++index) {
+    if (name_of(order[index - 1]) == name_of(order[index])) {
+      order.clear();
+      return;
+    }
+  }
+}
+
+}  // namespace
+
 TypeBuilder& TypeBuilder::AddField(std::string_view name, uint32_t offset, FieldType field_type,
                                    std::string_view description, uint32_t flags,
                                    TypeSpecification host_type, bool optional) {
@@ -62,6 +87,7 @@ TypeBuilder& TypeBuilder::AddField(std::string_view name, uint32_t offset, Field
   field.converter = std::move(field_type.converter);
   field.owner = description_;
   field.optional = optional;
+  OrderFieldsByName(*description_);
   return *this;
 }
 

@@ -32,6 +32,7 @@
 
 #include "binding/binding_property.h"
 #include "binding/static_type.h"
+#include "kav/plugin_host.h"
 
 namespace kav {
 
@@ -109,6 +110,14 @@ class TypeConverter {
   // touching `target` again.
   virtual void ToProperty(BindingResult& status, BindingProperty& target, const void* native,
                           const TypeDescription* type, const TypeRegistry& registry) const = 0;
+  // Builds the host value `target` (kind 0 on entry) from the native value
+  // at `native`, the same value ToProperty and then ToHostValue would give,
+  // without the BindingProperty in between. `names` names enumerators (see
+  // ToHostValue). Failures lower `status`; `target` then holds what was
+  // built so far, for the caller to release. Throws std::bad_alloc.
+  virtual void ToHostValue(BindingResult& status, KavHostValue& target, const void* native,
+                           const TypeDescription* type, const TypeRegistry& registry,
+                           const TypeRegistry* names) const = 0;
   virtual ~TypeConverter() = default;
 };
 
@@ -147,6 +156,10 @@ struct TypeDescription {
   std::string description;
   std::vector<std::string> tags;
   std::vector<FieldDescriptor> fields;  // structures, in registration order
+  // Indexes into `fields` in the order a produced structure lists its
+  // members (byte-wise by name up to the first NUL). Empty when two fields
+  // share such a name: the later one then replaces the earlier one's value.
+  std::vector<uint32_t> fieldsByName;
   // Enumerations, by name (byte-wise order).
   std::map<std::string, EnumValueDescription, std::less<>> values;
 };

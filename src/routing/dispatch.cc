@@ -642,6 +642,7 @@ void Call::Invoke() {
       implementation->PrepareArguments(status(), arguments_, request_.context);
   PreparedGuard guard(*implementation, state);
   if (!status().Ok()) return;
+  result_.names = registry_;
 
   if (!IsAsynchronousResultType(implementation->ResultType())) {
     implementation->Invoke(result_, nullptr, state, request_.context);
@@ -710,7 +711,11 @@ void WriteResponse(KavResponse& response, CallResult& result, const TypeRegistry
     std::string_view message = result.value.Error();
     response.error = PluginDuplicate(message.empty() ? "" : message.data());
     response.error_owned = 1;
-  } else if (!ToHostValue(response.body, result.value, registry)) {
+  } else if (result.has_host_value) {
+    response.body = result.host_value;
+    result.host_value = KavHostValue{};
+    result.has_host_value = false;
+  } else if (result.host_value_failed || !ToHostValue(response.body, result.value, registry)) {
     not_convertible = true;
   }
   response.flags = result.flags;

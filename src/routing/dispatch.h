@@ -50,6 +50,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
@@ -60,6 +61,7 @@
 #include <vector>
 
 #include "binding/binding_property.h"
+#include "binding/host_value.h"
 #include "binding/static_type.h"
 #include "binding/type_converter.h"
 #include "binding/type_registry.h"
@@ -84,7 +86,19 @@ class BodyStream {
 };
 
 struct CallResult {
+  CallResult() = default;
+  CallResult(const CallResult&) = delete;
+  CallResult& operator=(const CallResult&) = delete;
+  ~CallResult() { ReleaseHostValue(host_value); }
+
+  // The answer: its error, or its value as a BindingProperty unless
+  // `has_host_value` says it went straight into `host_value`.
   BindingResult value;
+  KavHostValue host_value{};  // owned until moved into the response
+  bool has_host_value = false;
+  bool host_value_failed = false;  // memory ran out while it was built
+  // The registry that names enumerators in the answer (may be null).
+  const TypeRegistry* names = nullptr;
   uint8_t flags = 0;
   uint32_t format = 0;  // 1 to 3 reach the host; anything else is written as 0
   uint32_t status = 0;
@@ -215,7 +229,16 @@ void ConvertAnswerValue(CallResult& call_result, const T& value, const TypeSpeci
   } else if constexpr (std::same_as<T, AsyncCallback>) {
     call_result.value.Member("id").SetUnsigned(value.id);
   } else {
-    ValueTraits<T>::To(call_result.value, call_result.value, value, spec.type, registry);
+    // Straight to the host's format: the answer is only ever handed to the
+    // host, so the BindingProperty in between would be built for nothing.
+    try {
+      ValueTraits<T>::ToHost(call_result.value, call_result.host_value, value, spec.type, registry,
+                             call_result.names);
+      call_result.has_host_value = call_result.value.Ok();
+    } catch (const std::bad_alloc&) {
+      call_result.host_value_failed = true;
+    }
+    if (!call_result.has_host_value) ReleaseHostValue(call_result.host_value);
   }
 }
 

@@ -15,6 +15,7 @@
 #include "binding/host_value.h"
 #include "binding/property_text.h"
 #include "binding/type_registry.h"
+#include "platform/allocation.h"
 
 namespace kav::conversion_test {
 
@@ -67,6 +68,13 @@ struct Unregistered {
   int32_t x = 0;
 };
 
+// Two fields under one member name: the later one's value wins.
+struct SharedName {
+  int32_t first = 0;
+  std::string second;
+  bool last = false;
+};
+
 struct HoldsUnregistered {
   int32_t before = 0;
   Unregistered inside;
@@ -103,6 +111,11 @@ constexpr auto BindingFields(const Omitting*) {
                 Field("items", &Omitting::items, kOmitIfDefault),
                 Field("on", &Omitting::on, kOmitIfDefault),
                 Field("color", &Omitting::color, kOmitIfDefault));
+}
+
+constexpr auto BindingFields(const SharedName*) {
+  return Fields(Field("same", &SharedName::first), Field("same", &SharedName::second),
+                Field("last", &SharedName::last));
 }
 
 constexpr auto BindingFields(const HoldsUnregistered*) {
@@ -166,6 +179,7 @@ class ConversionTest : public ::testing::Test {
     RegisterStructure<WithRequired>(registry_, "WithRequired");
     RegisterStructure<Omitting>(registry_, "Omitting");
     RegisterStructure<HoldsUnregistered>(registry_, "HoldsUnregistered");
+    RegisterStructure<SharedName>(registry_, "SharedName");
   }
 
   // Assigns `input` to a fresh T at path "p" and returns the status.
@@ -459,6 +473,148 @@ TEST_F(ConversionTest, ToPropertyShapes) {
   value = ToBindingProperty(list, registry_);
   ASSERT_TRUE(value.Ok());
   EXPECT_EQ(PropertyText(value), "[{a:s1,b:\"a\"}]");
+}
+
+// Everything a host value holds, its ownership included, as text.
+std::string HostText(const KavHostValue& value) {
+  const uint32_t kind = value.kind;
+  const uint32_t size = value.payload.ref.size;
+  const void* data = value.payload.ref.data;
+  switch (kind) {
+    case KAV_VALUE_NULL:
+      return "null";
+    case KAV_VALUE_BOOL:
+      return value.payload.boolean ? "true" : "false";
+    case KAV_VALUE_SIGNED:
+      return "s" + std::to_string(value.payload.i64);
+    case KAV_VALUE_UNSIGNED:
+      return "u" + std::to_string(value.payload.u64);
+    case KAV_VALUE_FLOAT:
+      return "f" + std::to_string(value.payload.f64);
+    case KAV_VALUE_STRING_BORROWED:
+    case KAV_VALUE_STRING_OWNED:
+    case KAV_VALUE_BLOB_BORROWED:
+    case KAV_VALUE_BLOB_OWNED: {
+      std::string text = "k" + std::to_string(kind) + "(" + std::to_string(size) + ")";
+      // Strings carry their terminating zero as well.
+      const size_t bytes = size + (kind <= KAV_VALUE_STRING_OWNED ? 1 : 0);
+      for (size_t i = 0; data != nullptr && i < bytes; ++i) {
+        text += std::to_string(static_cast<const uint8_t*>(data)[i]) + ".";
+      }
+      return text;
+    }
+    case KAV_VALUE_ARRAY: {
+      std::string text = "[";
+      for (uint32_t i = 0; i < size; ++i) {
+        text += HostText(static_cast<const KavHostValue*>(data)[i]) + ",";
+      }
+      return text + (data == nullptr ? "no block]" : "]");
+    }
+    case KAV_VALUE_MAP: {
+      std::string text = "{";
+      for (uint32_t i = 0; i < size; ++i) {
+        const KavHostMapEntry& entry = static_cast<const KavHostMapEntry*>(data)[i];
+        const int owns_key = entry.owns_key;
+        text += std::string(entry.key) + "/" + std::to_string(owns_key) + ":" +
+                HostText(entry.value) + ",";
+      }
+      return text + (data == nullptr ? "no block}" : "}");
+    }
+    default:
+      return "?";
+  }
+}
+
+// The host value of `native` built directly, and built through a
+// BindingProperty: as text, or the error each way gave.
+template <class T>
+std::pair<std::string, std::string> BothWays(const T& native, const TypeRegistry& registry,
+                                             const TypeRegistry* names) {
+  KavHostValue direct{};
+  BindingResult status;
+  ValueTraits<T>::ToHost(status, direct, native, nullptr, registry, names);
+  std::string direct_text =
+      status.Ok() ? HostText(direct) : "error: " + std::string(status.Error());
+  ReleaseHostValue(direct);
+
+  std::string through_text;
+  BindingResult property = ToBindingProperty(native, registry);
+  if (!property.Ok()) {
+    through_text = "error: " + std::string(property.Error());
+  } else {
+    KavHostValue through{};
+    EXPECT_TRUE(ToHostValue(through, property, names));
+    through_text = HostText(through);
+    ReleaseHostValue(through);
+  }
+  return {direct_text, through_text};
+}
+
+TEST_F(ConversionTest, DirectHostValueEqualsTheWayThroughBindingProperty) {
+  Sample full;
+  full.flag = true;
+  full.i8 = -8;
+  full.u64 = 18446744073709551615u;
+  full.f32 = 0.25f;
+  full.f64 = -1e300;
+  full.text = std::string("cut\0here", 8);
+  full.color = Color::kGreen;
+  full.object.Member("x").Append().SetString("y");
+  full.maybe = 5;
+  full.inner = Inner{1, "one"};
+  full.list = {3, -1, 2};
+  full.map = {{"b", 2}, {"a", 1}, {"", 0}, {"\xff", 9}, {"ab", 3}};
+  full.inners = {{"z", Inner{26, "z"}}, {"m", Inner{13, "m"}}, {"a", Inner{1, "a"}}};
+  full.bits = {true, false, true};
+
+  Sample nul_keys;  // keys that a NUL cuts short meet as one member
+  nul_keys.map = {{std::string("k\0a", 3), 1}, {std::string("k\0b", 3), 2}, {"k", 3}};
+
+  Omitting set;
+  set.omitted = 1;
+  set.label = "l";
+  set.items = {0};
+  set.color = Color::kBlue;
+
+  SharedName shared{7, "seven", true};
+  Sample unnamed;
+  unnamed.color = static_cast<Color>(42);
+  std::optional<Inner> absent;
+  std::vector<std::optional<int32_t>> gaps = {1, std::nullopt, 3};
+  std::vector<std::byte> blob = {std::byte{0}, std::byte{255}};
+  std::vector<std::vector<Inner>> nested = {{}, {Inner{1, "a"}, Inner{2, ""}}};
+
+  struct Row {
+    const char* name;
+    std::function<std::pair<std::string, std::string>()> both;
+  };
+  const TypeRegistry* names = &registry_;
+  const Row rows[] = {
+      {"every kind", [&] { return BothWays(full, registry_, names); }},
+      {"defaults", [&] { return BothWays(Sample{}, registry_, names); }},
+      {"enumerators as numbers without a registry",
+       [&] { return BothWays(full, registry_, nullptr); }},
+      {"enumerator without a name", [&] { return BothWays(unnamed, registry_, names); }},
+      {"map keys cut by NUL", [&] { return BothWays(nul_keys, registry_, names); }},
+      {"all omitted but one", [&] { return BothWays(Omitting{}, registry_, names); }},
+      {"some omitted", [&] { return BothWays(set, registry_, names); }},
+      {"two fields, one name", [&] { return BothWays(shared, registry_, names); }},
+      {"unregistered structure inside",
+       [&] { return BothWays(HoldsUnregistered{}, registry_, names); }},
+      {"unregistered structure", [&] { return BothWays(Unregistered{}, registry_, names); }},
+      {"empty optional", [&] { return BothWays(absent, registry_, names); }},
+      {"vector with gaps", [&] { return BothWays(gaps, registry_, names); }},
+      {"blob", [&] { return BothWays(blob, registry_, names); }},
+      {"empty blob", [&] { return BothWays(std::vector<std::byte>{}, registry_, names); }},
+      {"nested vectors", [&] { return BothWays(nested, registry_, names); }},
+  };
+  const MemoryStatistics before = ReadMemoryStatistics();
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto [direct, through] = row.both();
+    EXPECT_EQ(direct, through);
+  }
+  EXPECT_EQ(ReadMemoryStatistics().BytesInUse(), before.BytesInUse());
 }
 
 }  // namespace
