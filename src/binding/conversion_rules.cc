@@ -409,22 +409,23 @@ void StructureToHostValue(BindingResult& status, KavHostValue& target, const voi
   const auto* base = static_cast<const std::byte*>(native);
   KavHostMapEntry* entries = SetHostMap(target, type->fields.size());
   size_t count = 0;
-  for (uint32_t index : type->fieldsByName) {
-    const FieldDescriptor& field = type->fields[index];
+  for (const TypeDescription::MemberField& member : type->fieldsByName) {
+    const FieldDescriptor& field = type->fields[member.field];
+    const std::string_view name(field.name.data(), member.nameLength);
     const void* address = base + field.offset;
     if (field.flags & kOmitIfDefault) {
       // Whether the value counts as default is decided on its generic form.
       BindingResult value;
       if (BuildOmittableField(status, value, field, address, registry)) {
         KavHostMapEntry& entry = entries[count++];
-        SetHostKey(entry, field.name);
+        SetHostKey(entry, name);
         BuildHostValue(entry.value, value, names);
       }
       if (!status.Ok()) return;
       continue;
     }
     KavHostMapEntry& entry = entries[count++];
-    SetHostKey(entry, field.name);
+    SetHostKey(entry, name);
     field.converter->ToHostValue(status, entry.value, address, field.type.type, registry, names);
     if (!status.Ok()) return;
   }

@@ -123,7 +123,6 @@ KavHostMapEntry* SetHostMap(KavHostValue& target, size_t count) {
 }
 
 void SetHostKey(KavHostMapEntry& entry, std::string_view name) {
-  name = UpToFirstNul(name);
   entry.key = CopyText(name.data(), name.size());
   entry.owns_key = 1;
 }

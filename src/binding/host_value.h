@@ -71,7 +71,8 @@ KavHostValue* SetHostArray(KavHostValue& target, size_t count);
 // SetHostKey; no block when count is 0. Entries left empty must be dropped
 // with TrimHostMap before the value is handed on.
 KavHostMapEntry* SetHostMap(KavHostValue& target, size_t count);
-// Gives `entry` an owned copy of `name` (up to its first NUL byte).
+// Gives `entry` an owned copy of `name`. REQUIRES: `name` holds no NUL byte
+// (a BindingProperty member name ends at its first one).
 void SetHostKey(KavHostMapEntry& entry, std::string_view name);
 // Shrinks a map made by SetHostMap to its first `count` entries; the block
 // goes when count is 0. REQUIRES: the entries past `count` are still empty.

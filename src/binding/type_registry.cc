@@ -55,12 +55,16 @@ std::string_view MemberName(const FieldDescriptor& field) {
 
 // Fills description.fieldsByName; see there.
 void OrderFieldsByName(TypeDescription& description) {
-  std::vector<uint32_t>& order = description.fieldsByName;
-  order.resize(description.fields.size());
-  for (uint32_t index = 0; index < order.size(); ++index) order[index] = index;
-  const auto name_of = [&](uint32_t index) { return MemberName(description.fields[index]); };
+  std::vector<TypeDescription::MemberField>& order = description.fieldsByName;
+  order.clear();
+  for (uint32_t index = 0; index < description.fields.size(); ++index) {
+    order.push_back({index, static_cast<uint32_t>(MemberName(description.fields[index]).size())});
+  }
+  const auto name_of = [&](const TypeDescription::MemberField& member) {
+    return MemberName(description.fields[member.field]);
+  };
   std::sort(order.begin(), order.end(),
-            [&](uint32_t left, uint32_t right) { return name_of(left) < name_of(right); });
+            [&](const auto& left, const auto& right) { return name_of(left) < name_of(right); });
   for (size_t index = 1; index < order.size(); ++index) {
     if (name_of(order[index - 1]) == name_of(order[index])) {
       order.clear();

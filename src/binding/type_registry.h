@@ -156,10 +156,15 @@ struct TypeDescription {
   std::string description;
   std::vector<std::string> tags;
   std::vector<FieldDescriptor> fields;  // structures, in registration order
-  // Indexes into `fields` in the order a produced structure lists its
-  // members (byte-wise by name up to the first NUL). Empty when two fields
-  // share such a name: the later one then replaces the earlier one's value.
-  std::vector<uint32_t> fieldsByName;
+  // The fields in the order a produced structure lists its members
+  // (byte-wise by name up to its first NUL, which is where a member name
+  // ends). Empty when two fields share such a name: the later one then
+  // replaces the earlier one's value.
+  struct MemberField {
+    uint32_t field;       // index into `fields`
+    uint32_t nameLength;  // of the member name: the field name up to its first NUL
+  };
+  std::vector<MemberField> fieldsByName;
   // Enumerations, by name (byte-wise order).
   std::map<std::string, EnumValueDescription, std::less<>> values;
 };

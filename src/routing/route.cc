@@ -1,5 +1,6 @@
 #include "routing/route.h"
 
+#include <algorithm>
 #include <cctype>
 #include <exception>
 
@@ -131,6 +132,10 @@ std::string MakeFunctionName(std::string_view method, std::string_view path) {
 }
 
 std::string PercentDecode(std::string_view text) {
+  // Most texts have nothing to decode: they are copied in one piece.
+  if (std::none_of(text.begin(), text.end(), [](char c) { return c == '%' || c == '+'; })) {
+    return std::string(text);
+  }
   std::string decoded;
   decoded.reserve(text.size());
   for (size_t i = 0; i < text.size(); ++i) {
