@@ -45,6 +45,11 @@ Record* SetZeroedRecords(KavHostValue& target, uint32_t kind, size_t count) {
   return records;
 }
 
+// `target` as kind 6 with an owned copy of `text`.
+void SetOwnedText(KavHostValue& target, std::string_view text) {
+  SetReference(target, KAV_VALUE_STRING_OWNED, CopyText(text.data(), text.size()), text.size());
+}
+
 std::string_view UpToFirstNul(std::string_view text) {
   const void* nul = std::memchr(text.data(), '\0', text.size());
   return nul == nullptr ? text : text.substr(0, static_cast<const char*>(nul) - text.data());
@@ -87,8 +92,7 @@ void FreeOwnedBlocks(const KavHostValue& value) noexcept {
 }  // namespace
 
 void SetHostString(KavHostValue& target, std::string_view text) {
-  text = UpToFirstNul(text);
-  SetReference(target, KAV_VALUE_STRING_OWNED, CopyText(text.data(), text.size()), text.size());
+  SetOwnedText(target, UpToFirstNul(text));
 }
 
 void SetHostBlob(KavHostValue& target, std::span<const uint8_t> bytes) {
@@ -108,8 +112,7 @@ void SetHostEnum(KavHostValue& target, int32_t value, const StaticTypeIdentity& 
     target.payload.i64 = value;
     return;
   }
-  const size_t size = std::strlen(name);
-  SetReference(target, KAV_VALUE_STRING_OWNED, CopyText(name, size), size);
+  SetOwnedText(target, name);
 }
 
 KavHostValue* SetHostArray(KavHostValue& target, size_t count) {
@@ -157,11 +160,9 @@ void BuildHostValue(KavHostValue& target, const BindingProperty& source,
       target.kind = KAV_VALUE_FLOAT;
       target.payload.f64 = source.AsFloat();
       return;
-    case BindingKind::kString: {
-      const std::string_view text = source.AsString();
-      SetReference(target, KAV_VALUE_STRING_OWNED, CopyText(text.data(), text.size()), text.size());
+    case BindingKind::kString:
+      SetOwnedText(target, source.AsString());
       return;
-    }
     case BindingKind::kBlob:
       SetHostBlob(target, source.AsBlob());
       return;
@@ -187,8 +188,7 @@ void BuildHostValue(KavHostValue& target, const BindingProperty& source,
       KavHostMapEntry* entries = SetHostMap(target, source.Size());
       for (auto [name, member] : source.Members()) {
         KavHostMapEntry& entry = *entries++;
-        entry.key = CopyText(name.data(), name.size());
-        entry.owns_key = 1;
+        SetHostKey(entry, name);
         BuildHostValue(entry.value, member, registry);
       }
       return;

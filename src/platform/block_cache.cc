@@ -161,31 +161,6 @@ inline void CacheFree(void* block, size_t usable) noexcept {
   std::free(block);
 }
 
-char* DuplicateWith(void* (*allocate)(void*, size_t), void* context, const char* text) {
-  if (text == nullptr) return nullptr;
-  const size_t size = std::strlen(text) + 1;
-  char* copy = static_cast<char*>(allocate(context, size));
-  if (copy != nullptr) std::memcpy(copy, text, size);
-  return copy;
-}
-
-// The uncounted table.
-void* AllocateBlock(void* /*context*/, size_t size) {
-  return CacheAllocate(size).block;
-}
-
-void FreeBlock(void* /*context*/, void* block) {
-  if (block != nullptr) CacheFree(block, SystemUsableSize(block));
-}
-
-void* ReallocateBlock(void* /*context*/, void* block, size_t size) {
-  return std::realloc(block, size != 0 ? size : 1);
-}
-
-char* DuplicateText(void* context, const char* text) {
-  return DuplicateWith(AllocateBlock, context, text);
-}
-
 AllocationCounters& Counters(void* context) {
   return *static_cast<AllocationCounters*>(context);
 }
@@ -220,7 +195,11 @@ void* CountingReallocate(void* counters, void* block, size_t size) {
 }
 
 char* CountingDuplicate(void* counters, const char* text) {
-  return DuplicateWith(CountingAllocate, counters, text);
+  if (text == nullptr) return nullptr;
+  const size_t size = std::strlen(text) + 1;
+  char* copy = static_cast<char*>(CountingAllocate(counters, size));
+  if (copy != nullptr) std::memcpy(copy, text, size);
+  return copy;
 }
 
 size_t UsableSize(void* /*counters*/, const void* block) {
@@ -228,11 +207,6 @@ size_t UsableSize(void* /*counters*/, const void* block) {
 }
 
 }  // namespace block_cache_detail
-
-AllocationTable CachedSystemAllocationTable() noexcept {
-  return {nullptr,         AllocateBlock, FreeBlock,
-          ReallocateBlock, DuplicateText, block_cache_detail::UsableSize};
-}
 
 size_t CachedBlockCount() noexcept {
   const ThreadBlockCache* cache = t_cache;

@@ -32,11 +32,6 @@ namespace kav {
 inline constexpr size_t kLargestCachedBlock = 1032;
 inline constexpr size_t kBlockCacheBytesPerClass = 16 * 1024;
 
-// The system heap behind the block cache, as an allocation table without
-// counting. Like SystemAllocationTable, a request of 0 bytes is served as
-// 1 byte.
-AllocationTable CachedSystemAllocationTable() noexcept;
-
 namespace block_cache_detail {
 void* CountingAllocate(void* counters, size_t size);
 void CountingFree(void* counters, void* block);
@@ -45,7 +40,8 @@ char* CountingDuplicate(void* counters, const char* text);
 size_t UsableSize(void* counters, const void* block);
 }  // namespace block_cache_detail
 
-// The table the plugin starts with: the block cache, counted into
+// The table the plugin starts with: the block cache in front of the system
+// heap (a request of 0 bytes is served as 1 byte), counted into
 // `*counters` by the rules of CountingAllocationTable. Counting and caching
 // are done in one step, so that a block's usable size is looked up at most
 // once per operation (a cached block keeps it). Constant, so that the

@@ -20,7 +20,8 @@ class BlockCacheTest : public ::testing::Test {
   BlockCacheTest() { FlushBlockCache(); }
   ~BlockCacheTest() override { FlushBlockCache(); }
 
-  const AllocationTable table_ = CachedSystemAllocationTable();
+  AllocationCounters counters_;
+  const AllocationTable table_ = CountingCachedAllocationTable(&counters_);
 
   void* Allocate(size_t size) { return table_.allocate(table_.context, size); }
   void Free(void* block) { table_.free(table_.context, block); }
