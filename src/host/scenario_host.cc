@@ -52,6 +52,7 @@ bool ScenarioHost::Load(ApiVersion core_version, uint32_t plugin_handle) {
     error_ = host_.error();
     return false;
   }
+  description_ = ApiDescription::Read(host_.resource_table());
   if (!host_.Initialize(plugin_handle)) {
     error_ = "the plugin's Initialize returned false";
     return false;
@@ -110,11 +111,15 @@ CallOutcome ScenarioHost::Call(std::string_view method, std::string_view url,
   }
   if (response.streamed) {
     std::optional<Value> streamed = ParseJson(response.streamed_body);
-    outcome.body = streamed.has_value() ? std::move(*streamed)
-                                        : Value::String(std::move(response.streamed_body));
+    outcome.raw_body = streamed.has_value() ? std::move(*streamed)
+                                            : Value::String(std::move(response.streamed_body));
   } else {
-    outcome.body = std::move(response.body);
+    outcome.raw_body = std::move(response.body);
   }
+  const ApiResource* resource = description_.FindResource(entry);
+  outcome.body = resource != nullptr
+                     ? description_.NameEnumerators(outcome.raw_body, resource->result)
+                     : outcome.raw_body;
   outcome.body_json = outcome.body.ToJson();
   return outcome;
 }

@@ -27,6 +27,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/api_description.h"
 #include "host/host_value.h"
 #include "host/peers.h"
 #include "host/reference_host.h"
@@ -39,8 +40,11 @@ struct CallOutcome {
   bool reached_plugin = true;        // false: no entry matched, or no plugin is loaded
   uint32_t status = 0;               // as the plugin wrote it
   std::optional<std::string> error;  // the plugin's (or the host's) error text
-  Value body;                        // the answer; a streamed answer read as JSON
-  std::string body_json;             // `body` as compact JSON; "" on error
+  // The answer, with enumerators written by the names that the plugin's API
+  // description gives them; a streamed answer is read as JSON.
+  Value body;
+  Value raw_body;         // the answer as the plugin wrote it
+  std::string body_json;  // `body` as compact JSON; "" on error
 
   bool ok() const { return !error.has_value(); }
   // As kav-host prints it: indented JSON, or "error <status>: <text>".
@@ -62,8 +66,9 @@ class ScenarioHost {
   ScenarioHost(const ScenarioHost&) = delete;
   ScenarioHost& operator=(const ScenarioHost&) = delete;
 
-  // Loads the plugin and initializes it (its observations read the peers at
-  // once). False when either fails; error() says why.
+  // Loads the plugin, reads its API description and initializes it (its
+  // observations read the peers at once). False when either fails; error()
+  // says why.
   [[nodiscard]] bool Load(ApiVersion core_version = kDefaultCoreVersion,
                           uint32_t plugin_handle = 1);
   // One call of the main job. `url` may carry "?query". A body is sent with
@@ -80,6 +85,8 @@ class ScenarioHost {
   bool loaded() const { return host_.loaded(); }
   ReferenceHost& host() { return host_; }
   Peers& peers() { return peers_; }
+  // What the plugin described at registration; empty before Load.
+  const ApiDescription& description() const { return description_; }
   size_t calls_made() const { return calls_made_; }
 
   // ---- What happened ---------------------------------------------------------
@@ -103,6 +110,7 @@ class ScenarioHost {
   std::vector<ScenarioStep> steps_;
   Peers peers_;  // before host_: the host calls into the peers until it is gone
   ReferenceHost host_;
+  ApiDescription description_;
   size_t calls_made_ = 0;
   std::string error_;
 };
