@@ -42,7 +42,7 @@
 namespace kav {
 
 struct FunctionDescription;    // binding/type_registry.h
-class FunctionImplementation;  // routing/dispatch.h
+class FunctionImplementation;  // routing/function_implementation.h
 
 // Method codes of endpoints and requests.
 enum class HttpMethod : uint32_t {

@@ -1,0 +1,118 @@
+// Argument binding: how the values of one call's parameters are collected
+// from the request's headers, the path parameters of the matched route, the
+// query string, the host's argument entries and the body, and how argument
+// texts are decoded by content type (MessagePack, JSON, YAML, blob or
+// string). The values stay generic (BindingProperty); converting them to the
+// handler's native types is the implementation's job (PrepareArguments).
+//
+// Every step stops at the first failure: the failure's message goes into the
+// binder's result and later sources are not examined.
+//
+// Thread-compatible: a binder belongs to one call.
+#ifndef KAV_ROUTING_ARGUMENT_BINDING_H_
+#define KAV_ROUTING_ARGUMENT_BINDING_H_
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "binding/binding_property.h"
+#include "kav/plugin_host.h"
+#include "routing/route.h"
+
+namespace kav {
+
+struct FunctionDescription;
+
+// (key, text) pairs in the order they are applied.
+using TextPairs = std::vector<std::pair<std::string, std::string>>;
+// Header values by lower-cased name.
+using HeaderMap = std::unordered_map<std::string, std::string>;
+
+// The request's headers by lower-cased name; a later header of the same name
+// replaces the earlier value. Entries without a name are skipped; a null
+// value reads as "".
+HeaderMap ReadHeaders(const KavRequest& request);
+
+// The header arguments of `function`: for each parameter whose location
+// (from `endpoint`) is Any or Header, in parameter order, its lower-cased name
+// looked up in `headers`; a hit gives (parameter name, value).
+TextPairs HeaderArguments(const HeaderMap& headers, const FunctionDescription& function,
+                          const Endpoint& endpoint);
+
+// The query of `url` (after its first "?") split at every "&" into
+// percent-decoded (name, value) pairs, each piece split at its first "=" (a
+// piece without one is a name with an empty value). A repeated name keeps its
+// first position and takes the later value. No "?": no pairs.
+TextPairs ParseQuery(std::string_view url);
+
+// Collects the argument values of one call of `function` (reached through
+// `endpoint`), one per parameter, all empty at first. Failures are written
+// into `result` (the first one stays: a step does nothing once it failed).
+// REQUIRES: `function`, `endpoint` and `result` outlive the binder, and the
+// endpoint has one location per parameter of the function.
+class ArgumentBinder {
+ public:
+  ArgumentBinder(const FunctionDescription& function, const Endpoint& endpoint,
+                 BindingResult& result);
+  ArgumentBinder(const ArgumentBinder&) = delete;
+  ArgumentBinder& operator=(const ArgumentBinder&) = delete;
+
+  std::span<const BindingProperty> arguments() const { return arguments_; }
+  BindingResult& result() { return result_; }
+
+  // Sets every non-optional bool parameter that is still empty to false,
+  // then applies the header arguments, the path parameters and the query
+  // arguments in that order, each pair with BindOne.
+  void BindArguments(const TextPairs& headers, const PathParameters& path, const TextPairs& query);
+
+  // Binds one text from a source of `location` (Header, Path or Query). The
+  // key is the parameter's name, optionally followed by "." and an index
+  // path (ApplyIndexPath). Fails for an unknown name, for a parameter that
+  // may not come from `location`, and for an empty text (a flag) given to a
+  // parameter that is not a bool, object, structure or vector.
+  void BindOne(std::string_view key, std::string_view text, ParameterLocation location);
+
+  // Walks `path` ("." separated; a segment starting with a digit is an
+  // index read by strtoul in base 0, any other a member name) from `value`,
+  // creating collections, structures, elements and members on the way, and
+  // decodes `text` into the last target as an unstructured text for
+  // `parameter`.
+  void ApplyIndexPath(BindingProperty& value, size_t parameter, std::string_view path,
+                      std::string_view text);
+
+  // Decodes `text` into `target` by `content_type` (compared
+  // case-insensitively as a prefix): MessagePack, JSON, YAML or a blob;
+  // anything else is a string. With `structured` and an empty content type,
+  // the text's first bytes choose MessagePack, JSON ("{" or "[") or YAML
+  // ("---"). A reader's failure names the parameter and the function.
+  void DecodeArgumentText(BindingProperty& target, size_t parameter, std::string_view text,
+                          std::string_view content_type, bool structured);
+
+  // Applies the request's argument entries in order: a named entry to the
+  // parameter of that name, an unnamed entry at position i to parameter
+  // i + `path_parameter_count`.
+  void BindHostArguments(const KavRequest& request, size_t path_parameter_count);
+
+  // Reads the request's body, by its content type, into the first parameter
+  // located in the Body. Nothing happens without a body or such a parameter.
+  void BindBody(const KavRequest& request);
+
+ private:
+  std::optional<size_t> FindParameter(std::string_view name) const;
+  void FailUnknownArgument(std::string_view name);
+
+  const FunctionDescription& function_;
+  const Endpoint& endpoint_;
+  BindingResult& result_;
+  std::vector<BindingProperty> arguments_;
+};
+
+}  // namespace kav
+
+#endif  // KAV_ROUTING_ARGUMENT_BINDING_H_
