@@ -56,9 +56,7 @@ HeaderMap ReadHeaders(const KavRequest& request) {
   for (uint32_t i = 0; request.headers != nullptr && i < request.header_count; ++i) {
     const KavHeaderEntry& header = request.headers[i];
     if (header.name == nullptr) continue;
-    // Header names are case-insensitive: the map is keyed by the lower-cased
-    // name, looked up with the lower-cased parameter name.
-    headers[Lower(header.name)] = header.value != nullptr ? header.value : "";
+    headers[header.name] = header.value != nullptr ? header.value : "";
   }
   return headers;
 }

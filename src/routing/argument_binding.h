@@ -31,17 +31,19 @@ struct FunctionDescription;
 
 // (key, text) pairs in the order they are applied.
 using TextPairs = std::vector<std::pair<std::string, std::string>>;
-// Header values by lower-cased name.
+// Header values by name, as the request gives the names.
 using HeaderMap = std::unordered_map<std::string, std::string>;
 
-// The request's headers by lower-cased name; a later header of the same name
-// replaces the earlier value. Entries without a name are skipped; a null
-// value reads as "".
+// The request's headers by name as given (not case-folded); a later header
+// of the same name replaces the earlier value. Entries without a name are
+// skipped; a null value reads as "".
 HeaderMap ReadHeaders(const KavRequest& request);
 
 // The header arguments of `function`: for each parameter whose location
 // (from `endpoint`) is Any or Header, in parameter order, its lower-cased name
-// looked up in `headers`; a hit gives (parameter name, value).
+// looked up in `headers`; a hit gives (parameter name, value). So a header
+// reaches a parameter only when it is named in lower case, whatever the
+// parameter's own case.
 TextPairs HeaderArguments(const HeaderMap& headers, const FunctionDescription& function,
                           const Endpoint& endpoint);
 

@@ -16,16 +16,16 @@ namespace {
 // Releases the prepared arguments however the call ends.
 class PreparedGuard {
  public:
-  PreparedGuard(FunctionImplementation& implementation, PreparedArguments* state)
+  PreparedGuard(FunctionImplementation* implementation, PreparedArguments* state)
       : implementation_(implementation), state_(state) {}
   ~PreparedGuard() {
-    if (state_ != nullptr) implementation_.ReleaseArguments(state_);
+    if (state_ != nullptr) implementation_->ReleaseArguments(state_);
   }
   PreparedGuard(const PreparedGuard&) = delete;
   PreparedGuard& operator=(const PreparedGuard&) = delete;
 
  private:
-  FunctionImplementation& implementation_;
+  FunctionImplementation* implementation_;
   PreparedArguments* state_;
 };
 
@@ -37,17 +37,11 @@ uint64_t SystemClockTicks() {
                                100);
 }
 
-// Prepares the bound `arguments` and runs `implementation` into `result`;
-// the asynchronous result types also get the call's context.
-void Invoke(FunctionImplementation& implementation, CallResult& result,
-            std::span<const BindingProperty> arguments, const KavRequest& request,
-            const TypeRegistry* registry, HeaderMap& headers) {
-  PreparedArguments* state =
-      implementation.PrepareArguments(result.value, arguments, request.context);
-  PreparedGuard guard(implementation, state);
-  if (!result.value.Ok()) return;
+// Runs `implementation` with its prepared `state` into `result`; the
+// asynchronous result types also get the call's context.
+void Invoke(FunctionImplementation& implementation, CallResult& result, PreparedArguments* state,
+            const KavRequest& request, const TypeRegistry* registry, HeaderMap& headers) {
   result.enumerator_names = registry;
-
   if (!IsAsynchronousResultType(implementation.ResultType())) {
     implementation.Invoke(result, nullptr, state, request.context);
     return;
@@ -65,8 +59,9 @@ void Invoke(FunctionImplementation& implementation, CallResult& result,
   implementation.Invoke(result, &context, state, request.context);
 }
 
-// Binds the arguments of the matched function from `request`, runs its
-// implementation and writes the answer into `response`.
+// Binds the arguments of the matched function from `request`, prepares and
+// runs its implementation, writes the answer into `response`, and only then
+// releases the prepared arguments (an answer may still refer to them).
 void Dispatch(KavResponse& response, const KavRequest& request, const RouteMatch& match,
               const TypeRegistry* registry) {
   const FunctionDescription& function = *match.function;
@@ -78,14 +73,17 @@ void Dispatch(KavResponse& response, const KavRequest& request, const RouteMatch
                        ParseQuery(request.url != nullptr ? request.url : ""));
   binder.BindHostArguments(request, match.pathParameters.size());
   if (result.value.Ok()) binder.BindBody(request);
-  if (result.value.Ok()) {
-    if (endpoint.implementation == nullptr) {
-      result.value.SetError("Invalid function");
-      result.status = 404;
-    } else {
-      Invoke(*endpoint.implementation, result, binder.arguments(), request, registry, headers);
-    }
+
+  FunctionImplementation* implementation = endpoint.implementation.get();
+  PreparedArguments* state = nullptr;
+  if (result.value.Ok() && implementation == nullptr) {
+    result.value.SetError("Invalid function");
+    result.status = 404;
+  } else if (result.value.Ok()) {
+    state = implementation->PrepareArguments(result.value, binder.arguments(), request.context);
   }
+  PreparedGuard guard(implementation, state);
+  if (result.value.Ok()) Invoke(*implementation, result, state, request, registry, headers);
   WriteResponse(response, result, registry);
 }
 
@@ -114,11 +112,10 @@ bool HasTag(const FunctionDescription& function, std::string_view tag) {
   return false;
 }
 
-// HandleCall with the registry for built-ins and the one for conversions
-// given separately.
-void HandleRequest(const TypeRegistry* builtins, const TypeRegistry* conversions,
-                   KavResponse& response, const KavRequest& request,
-                   std::span<const Route> routes) {
+}  // namespace
+
+void HandleCall(const TypeRegistry* registry, KavResponse& response, const KavRequest& request,
+                std::span<const Route> routes) {
   ReleaseResponse(&response);
   response.release = ReleaseResponse;
   try {
@@ -134,14 +131,14 @@ void HandleRequest(const TypeRegistry* builtins, const TypeRegistry* conversions
       CallResult result;
       result.value.SetError("Invalid function");
       result.status = 404;
-      WriteResponse(response, result, conversions);
+      WriteResponse(response, result, registry);
       return;
     }
-    if (builtins != nullptr && HasTag(*match.function, "$builtin")) {
-      AnswerBuiltin(response, *builtins, *match.function);
+    if (registry != nullptr && HasTag(*match.function, "$builtin")) {
+      AnswerBuiltin(response, *registry, *match.function);
       return;
     }
-    Dispatch(response, request, match, conversions);
+    Dispatch(response, request, match, registry);
   } catch (const std::exception& error) {
     WriteInternalError(response, error.what());
   } catch (...) {
@@ -149,33 +146,24 @@ void HandleRequest(const TypeRegistry* builtins, const TypeRegistry* conversions
   }
 }
 
-}  // namespace
-
 void KAV_CALL OnCall(KavResponse* response, const KavRequest* request) {
   if (response == nullptr) return;
-  if (request == nullptr) {
-    KavRequest empty{};
-    HandleRequest(nullptr, nullptr, *response, empty, {});
-    return;
-  }
+  const KavRequest empty{};
+  if (request == nullptr) request = &empty;
   const auto* binding = static_cast<const EndpointBinding*>(request->user_data);
   if (binding == nullptr || binding->endpoint == nullptr) {
-    HandleRequest(nullptr, nullptr, *response, *request, {});
+    HandleCall(nullptr, *response, *request, {});  // answers "Invalid function"
     return;
   }
   try {
     Route route(*binding->endpoint);
-    // Built-ins are not served to the host; the registry still names
-    // enumerators in the answer.
-    HandleRequest(nullptr, binding->registry, *response, *request, {&route, 1});
+    // No registry: built-ins are not served to the host, and the answer's
+    // enumerators reach it as numbers, which it names from the API
+    // description it was given.
+    HandleCall(nullptr, *response, *request, {&route, 1});
   } catch (...) {
-    HandleRequest(nullptr, nullptr, *response, *request, {});  // answers "Invalid function"
+    HandleCall(nullptr, *response, *request, {});  // answers "Invalid function"
   }
-}
-
-void HandleCall(const TypeRegistry* registry, KavResponse& response, const KavRequest& request,
-                std::span<const Route> routes) {
-  HandleRequest(registry, registry, response, request, routes);
 }
 
 }  // namespace kav

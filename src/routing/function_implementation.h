@@ -72,11 +72,11 @@ struct AsyncCallContext {
   uint32_t callContext = 0;
   uint64_t time = 0;  // system clock, 100 ns ticks since 1970-01-01
   std::string url;
-  const TypeRegistry* registry = nullptr;
+  const TypeRegistry* registry = nullptr;  // the one given to HandleCall; null from OnCall
   HttpMethod method = HttpMethod::kAny;
   std::string customMethod;  // only for kCustom
-  // The request's headers by lower-cased name; a later header of the same
-  // name replaces the earlier.
+  // The request's headers by name as given; a later header of the same name
+  // replaces the earlier.
   std::unordered_map<std::string, std::string> headers;
 };
 

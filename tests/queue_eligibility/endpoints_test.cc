@@ -118,6 +118,56 @@ TEST(EndpointsTest, EachVersionChoosesItsComputation) {
   }
 }
 
+// The "restrictionCode" of every restriction of an answer, in order: a
+// number as its decimal text, a name in double quotes.
+std::vector<std::string> RestrictionCodes(const host::Value& answer) {
+  std::vector<std::string> codes;
+  if (answer.kind() != host::Value::Kind::kArray) return codes;
+  for (const host::Value& entry : answer.AsArray()) {
+    const host::Value* restrictions = entry.Find("restrictions");
+    if (restrictions == nullptr || restrictions->kind() != host::Value::Kind::kArray) continue;
+    for (const host::Value& restriction : restrictions->AsArray()) {
+      const host::Value* code = restriction.Find("restrictionCode");
+      if (code != nullptr && code->kind() == host::Value::Kind::kString) {
+        codes.push_back("\"" + code->AsString() + "\"");
+      } else {
+        codes.push_back(std::to_string(AsInteger(code)));
+      }
+    }
+  }
+  return codes;
+}
+
+TEST(EndpointsTest, RestrictionCodesCrossAsNumbersThatTheHostNames) {
+  struct Row {
+    const char* name;
+    Call call;
+    std::vector<std::string> raw;    // as the plugin wrote them
+    std::vector<std::string> named;  // after the host named them from the API description
+  };
+  const std::vector<Row> rows = {
+      {"v3, gatekeeper rules",
+       V3({kSelf}, {2000, 9999}),
+       {"0", "1"},
+       {"\"QueueDisabled\"", "\"QueueUnsupported\""}},
+      {"v2, a party", V2({1002, kSelf}, {1700}), {"0"}, {"\"QueueDisabled\""}},
+      {"v1, local rules", V1({1002}, {420}), {"2"}, {"\"PlayerLevelRestriction\""}},
+      {"custom game", Custom("teamSize=-1&pickMode=Blind"), {"8"}, {"\"TeamMinSizeRestriction\""}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    host::ScenarioHost host(BaseScenario());
+    ASSERT_TRUE(host.Load()) << host.error();
+    const host::CallOutcome outcome = Perform(host, row.call);
+    ASSERT_TRUE(outcome.ok()) << outcome.ToText();
+    EXPECT_EQ(RestrictionCodes(outcome.raw_body), row.raw);
+    EXPECT_EQ(RestrictionCodes(outcome.body), row.named);
+    // kav-host prints the named answer.
+    EXPECT_NE(outcome.ToText().find("\"restrictionCode\": " + row.named.front()), std::string::npos)
+        << outcome.ToText();
+  }
+}
+
 TEST(EndpointsTest, FailuresAnswerStatus500WithTheirMessage) {
   struct Row {
     const char* name;

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "binding/declare.h"
 #include "binding/host_value.h"
 #include "binding/type_registry.h"
 #include "platform/allocation.h"
@@ -15,6 +16,20 @@
 #include "serialization/json.h"
 
 namespace kav {
+
+enum class Shade : int32_t { kLight = 1, kDark = 2 };
+constexpr auto BindingEnumerators(const Shade*) {
+  return Enumerators<Shade>({{"Light", Shade::kLight}, {"Dark", Shade::kDark}});
+}
+
+struct Swatch {
+  Shade shade = Shade::kLight;
+  std::vector<Shade> shades;
+};
+constexpr auto BindingFields(const Swatch*) {
+  return Fields(Field("shade", &Swatch::shade), Field("shades", &Swatch::shades));
+}
+
 namespace {
 
 struct Outcome {
@@ -119,6 +134,11 @@ class DispatchTest : public ::testing::Test {
             "/header",
             [](const std::string& token) -> MaybeType<Failure, std::string> { return token; })
         .AddParameter("token", "", ParameterLocation::kHeader);
+    dispatcher_
+        ->RegisterGet(
+            "/mixed",
+            [](const std::string& token) -> MaybeType<Failure, std::string> { return token; })
+        .AddParameter("sessionToken", "", ParameterLocation::kHeader);
     dispatcher_->RegisterGet("/fail", []() {
       MaybeType<Failure, bool> answer(Failure{500, "boom", {}});
       answer.Extras().flags = 7;
@@ -216,9 +236,17 @@ TEST_F(DispatchTest, BindsQueryHeaderAndPathArguments) {
       {kTyped,
        {.url = "/typed", .headers = {{"Flag", "true"}}},
        {"", 0, R"({"flag":false,"ids":[],"text":""})"}},
+      // Header names are kept as given; the lower-cased parameter name is
+      // looked up among them.
+      {kTyped,
+       {.url = "/typed", .headers = {{"text", "hi"}}},
+       {"", 0, R"({"flag":false,"ids":[],"text":"hi"})"}},
       {kTyped,
        {.url = "/typed", .headers = {{"TEXT", "hi"}}},
-       {"", 0, R"({"flag":false,"ids":[],"text":"hi"})"}},
+       {"", 0, R"({"flag":false,"ids":[],"text":""})"}},
+      {kTyped,
+       {.url = "/typed", .headers = {{"Text", "hi"}}},
+       {"", 0, R"({"flag":false,"ids":[],"text":""})"}},
       {kEcho, {.url = "/echo?value.2=c"}, {"", 0, R"([null,null,"c"])"}},
       {kEcho, {.url = "/echo?value.x1=c"}, {"", 0, R"({"x1":"c"})"}},
       {kEcho,
@@ -247,7 +275,16 @@ TEST_F(DispatchTest, BindsQueryHeaderAndPathArguments) {
        {"Invalid function", 404, ""}},
       {"GetHeader",
        {.url = "/header", .headers = {{"token", "t1"}, {"Token", "t2"}}},
+       {"", 0, R"("t1")"}},
+      {"GetHeader",
+       {.url = "/header", .headers = {{"Token", "t0"}, {"token", "t1"}, {"token", "t2"}}},
        {"", 0, R"("t2")"}},
+      {"GetHeader",
+       {.url = "/header", .headers = {{"TOKEN", "t"}}},
+       {"A value for 'token' is required.", 0, ""}},
+      {"GetMixed",
+       {.url = "/mixed", .headers = {{"sessionToken", "a"}, {"sessiontoken", "b"}}},
+       {"", 0, R"("b")"}},
       {"GetHeader",
        {.url = "/header?token=x"},
        {"Argument 'token' for 'GetHeader' was specified in an invalid location.", 0, ""}},
@@ -397,7 +434,7 @@ TEST_F(DispatchTest, WritesAnswerExtrasAndBuiltins) {
 
 TEST_F(DispatchTest, ResourceTableDescribesEveryEndpoint) {
   ASSERT_NE(table_, nullptr);
-  EXPECT_EQ(+table_->entry_count, 10u);
+  EXPECT_EQ(+table_->entry_count, 11u);
   EXPECT_EQ(+table_->type_count, 15u);
   EXPECT_EQ(+table_->event_count, 1u);
   const KavResourceEntry* typed = Entry("GetTyped");
@@ -435,6 +472,68 @@ TEST_F(DispatchTest, ResourceTableDescribesEveryEndpoint) {
   EXPECT_EQ(registry_.FindFunction("GetTyped")->parameters.size(), 3u);
   EXPECT_EQ(CallEntry("GetTyped", {.url = "/typed?flag"}).json,
             R"({"flag":true,"ids":[],"text":""})");
+}
+
+TEST(DispatchEnumeratorTest, HostCallsGetNumbersAndRegistryCallsGetNames) {
+  TypeRegistry registry;
+  registry.InitializeRegistry();
+  RegisterEnumeration<Shade>(registry, "Shade");
+  RegisterStructure<Swatch>(registry, "Swatch");
+  Dispatcher dispatcher(registry);
+  // Native answers go straight to host values; a BindingProperty answer is
+  // converted as a value.
+  dispatcher.RegisterGet("/shade", [](int32_t n) { return static_cast<Shade>(n); })
+      .AddParameter("n", "");
+  dispatcher.RegisterGet("/swatch", [] { return Swatch{Shade::kDark, {Shade::kLight}}; });
+  dispatcher.RegisterGet("/generic", [] {
+    BindingProperty value;
+    value.Member("shade").SetEnum(2, StaticType::Of<Shade>());
+    return value;
+  });
+  const KavResourceTable* table = dispatcher.BuildResourceTable();
+  std::vector<Route> routes = dispatcher.Routes();
+
+  struct Row {
+    const char* url;
+    const char* from_host;      // through the resource table (OnCall)
+    const char* with_registry;  // HandleCall with the registry
+  };
+  const Row rows[] = {
+      {"/shade?n=2", "2", R"("Dark")"},
+      {"/shade?n=7", "7", "7"},  // no enumerator 7: a number either way
+      {"/swatch", R"({"shade":2,"shades":[1]})", R"({"shade":"Dark","shades":["Light"]})"},
+      {"/generic", R"({"shade":2})", R"({"shade":"Dark"})"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.url);
+    const std::string path = std::string(row.url).substr(0, std::string(row.url).find('?'));
+    const KavResourceEntry* entry = table->entries;
+    while (entry != nullptr && path != entry->path_template) entry = entry->next;
+    ASSERT_NE(entry, nullptr);
+
+    KavResponse response{};
+    WithRequest({.url = row.url}, entry->user_data,
+                [&](const KavRequest& request) { entry->call(&response, &request); });
+    Outcome from_host = Collect(response);
+    EXPECT_EQ(from_host.error, "");
+    EXPECT_EQ(from_host.json, row.from_host);
+
+    WithRequest({.url = row.url}, nullptr, [&](const KavRequest& request) {
+      HandleCall(&registry, response, request, routes);
+    });
+    Outcome with_registry = Collect(response);
+    EXPECT_EQ(with_registry.error, "");
+    EXPECT_EQ(with_registry.json, row.with_registry);
+  }
+
+  // The number itself crosses as a signed value (kind 2).
+  const KavResourceEntry* shade = table->entries;
+  KavResponse response{};
+  WithRequest({.url = "/shade?n=1"}, shade->user_data,
+              [&](const KavRequest& request) { shade->call(&response, &request); });
+  EXPECT_EQ(+response.body.kind, static_cast<uint32_t>(KAV_VALUE_SIGNED));
+  EXPECT_EQ(+response.body.payload.i64, 1);
+  ReleaseResponse(&response);
 }
 
 TEST(DispatchRegistrationTest, PathsAndParametersFromTheBuilder) {
@@ -505,6 +604,10 @@ class StreamingImplementation final : public FunctionImplementation {
   void ReleaseArguments(PreparedArguments* state) override {
     delete state;
     ++released;
+    if (response != nullptr) {
+      kind_at_release = response->body.kind;
+      stream_at_release = response->stream_handle != nullptr;
+    }
   }
   const void* Handler() const override { return this; }
   const StaticTypeIdentity& ResultType() const override { return StaticType::Of<AsyncOperation>(); }
@@ -513,6 +616,10 @@ class StreamingImplementation final : public FunctionImplementation {
   uint32_t prepared_context = 0;
   AsyncCallContext seen;
   int released = 0;
+  // What the response held when the arguments were released.
+  const KavResponse* response = nullptr;
+  uint32_t kind_at_release = 0;
+  bool stream_at_release = false;
 };
 
 TEST(DispatchStreamTest, AsynchronousImplementationGetsContextAndStreams) {
@@ -541,6 +648,7 @@ TEST(DispatchStreamTest, AsynchronousImplementationGetsContextAndStreams) {
   ReleaseResponse(&response);
 
   spec.url = "/custom";
+  seen.response = &response;
   WithRequest(spec, nullptr, [&](const KavRequest& request) {
     KavRequest with_method = request;
     with_method.custom_method = custom.c_str();
@@ -550,11 +658,15 @@ TEST(DispatchStreamTest, AsynchronousImplementationGetsContextAndStreams) {
   EXPECT_EQ(seen.argument_count, 0u);
   EXPECT_EQ(seen.prepared_context, 77u);
   EXPECT_EQ(seen.released, 1);
+  // The prepared arguments outlive the writing of the answer.
+  EXPECT_EQ(seen.kind_at_release, static_cast<uint32_t>(KAV_VALUE_UNSIGNED));
+  EXPECT_TRUE(seen.stream_at_release);
   EXPECT_EQ(seen.seen.callContext, 77u);
   EXPECT_EQ(seen.seen.url, "/custom");
   EXPECT_EQ(seen.seen.method, HttpMethod::kCustom);
   EXPECT_EQ(seen.seen.customMethod, "SYNC");
-  EXPECT_EQ(seen.seen.headers.at("a"), "b");
+  EXPECT_EQ(seen.seen.headers.size(), 1u);
+  EXPECT_EQ(seen.seen.headers.at("A"), "b");        // named as the request names it
   EXPECT_GT(seen.seen.time, 16000000000000000ull);  // after 2020
   EXPECT_EQ(+response.body.kind, static_cast<uint32_t>(KAV_VALUE_UNSIGNED));
   ASSERT_NE(+response.stream_read, nullptr);
