@@ -8,8 +8,10 @@
 //    later as "OnServiceProxyUuidEvent" / "OnServiceProxyMethodEvent" events,
 //    during the POST or after a number of the plugin's yields, as the
 //    scenario's gatekeeper section says;
-//  * the gatekeeper service behind the proxy, which answers from the
-//    scenario's restrictions and records every query;
+//  * the gatekeeper service behind the proxy, which records every query and
+//    answers it from the scenario: a scripted answer for that query number
+//    exactly as given, else the scripted failure, else the restrictions of
+//    the queried queues and members without the excluded reasons;
 //  * the scenario's faults, which take precedence over all of the above.
 // Changes to the state (ScenarioAction) publish the matching resource events
 // to the plugin's subscriptions.

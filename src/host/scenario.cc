@@ -465,6 +465,14 @@ class ScenarioReader {
                                  return ReadRestriction(item, item_path, out);
                                });
              }},
+            {"answers",
+             [&](auto& value, auto& value_path) {
+               return ReadList(value, value_path, gatekeeper.answers,
+                               [&](auto& item, auto& item_path, GatekeeperAnswer& out) {
+                                 return ReadGatekeeperAnswer(item, item_path, out);
+                               }) &&
+                      CheckAnswersDiffer(value, value_path, gatekeeper.answers);
+             }},
             {"delivery",
              [&](auto& value, auto& value_path) {
                delivery_node = &value;
@@ -497,6 +505,57 @@ class ScenarioReader {
                   Join(path, "yields"), "expected at least 1");
     }
     if (delivery != "afterYields") gatekeeper.yields = 1;
+    return true;
+  }
+
+  bool ReadGatekeeperAnswer(const DocumentNode& node, const std::string& path,
+                            GatekeeperAnswer& answer) {
+    const DocumentNode* query_node = nullptr;
+    bool has_restrictions = false;
+    const bool read = ReadMapping(
+        node, path,
+        {
+            {"query",
+             [&](auto& value, auto& value_path) {
+               query_node = &value;
+               if (!ReadInteger(value, value_path, answer.query)) return false;
+               return answer.query > 0 || Fail(value.position, value_path, "expected at least 1");
+             }},
+            {"restrictions",
+             [&](auto& value, auto& value_path) {
+               has_restrictions = true;
+               return ReadList(value, value_path, answer.restrictions,
+                               [&](auto& item, auto& item_path, GatekeeperRestriction& out) {
+                                 if (!ReadRestriction(item, item_path, out)) return false;
+                                 return out.with_members.empty() ||
+                                        Fail(item.position, item_path,
+                                             "withMembers applies only to "
+                                             "gatekeeper.restrictions: an answer is reported "
+                                             "as given");
+                               });
+             }},
+            {"error",
+             [&](auto& value, auto& value_path) {
+               return ReadString(value, value_path, answer.error.emplace());
+             }},
+        });
+    if (!read) return false;
+    if (query_node == nullptr) return Fail(node.position, path, "an answer needs a query");
+    if (has_restrictions == answer.error.has_value()) {
+      return Fail(node.position, path, "an answer needs exactly one of restrictions, error");
+    }
+    return true;
+  }
+
+  bool CheckAnswersDiffer(const DocumentNode& node, const std::string& path,
+                          const std::vector<GatekeeperAnswer>& answers) {
+    for (size_t i = 0; i < answers.size(); ++i) {
+      for (size_t j = 0; j < i; ++j) {
+        if (answers[i].query != answers[j].query) continue;
+        return Fail(node.elements[i].position, path + "[" + std::to_string(i) + "]",
+                    "query " + std::to_string(answers[i].query) + " is answered twice");
+      }
+    }
     return true;
   }
 

@@ -132,8 +132,22 @@ enum class ProxyDelivery : uint8_t {
   kAfterYields,  // at the plugin's Nth yield after the POST (1: the next one)
 };
 
+// A scripted answer of the gatekeeper to one query, reported exactly as
+// given: restrictions of any queue or summoner, excluded reasons included.
+struct GatekeeperAnswer {
+  uint32_t query = 1;  // the query it answers, counting every query from 1
+  std::vector<GatekeeperRestriction> restrictions;  // their withMembers are empty
+  std::optional<std::string> error;                 // set: the query fails with this text
+
+  bool operator==(const GatekeeperAnswer&) const = default;
+};
+
 struct Gatekeeper {
+  // Reported as the service would: those of the queried queues and party
+  // members, without the excluded reasons.
   std::vector<GatekeeperRestriction> restrictions;
+  // Take precedence over everything else for the queries they name.
+  std::vector<GatekeeperAnswer> answers;
   ProxyDelivery delivery = ProxyDelivery::kAfterYields;
   uint32_t yields = 1;                  // for kAfterYields; at least 1
   std::string error;                    // non-empty: answers carry this error text
@@ -245,6 +259,8 @@ struct ScenarioResult {
 //   leagues: {1001: [{queueType: ..., leagueTier: ...}]}
 //   shutdownLaw: {disabledQueues: [...], queueStatus: {450: true}, customStatus: false}
 //   gatekeeper: {restrictions: [<GatekeeperRestrictionDtoV3> + optional withMembers: [ids]],
+//                answers: [{query: N, then restrictions: [<GatekeeperRestrictionDtoV3>]
+//                           or error: text}],   # the Nth query (from 1) answers exactly this
 //                delivery: duringPost |
 //                nextYield | afterYields, yields: N, error: text, errorTimes: N}
 //   faults: [{path: ..., method: GET, times: N, then one of error: text (+ status: N),

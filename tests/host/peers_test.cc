@@ -346,6 +346,58 @@ gatekeeper:
   EXPECT_THAT(refused.error, ::testing::StartsWith("Bad service proxy request"));
 }
 
+TEST(PeersTest, ScriptedGatekeeperAnswersAreReportedExactlyAsGiven) {
+  ScenarioHost host(Parse(R"(
+gatekeeper:
+  delivery: duringPost
+  error: overloaded
+  errorTimes: 1
+  restrictions:
+    - {queueId: 420, summonerId: 1, reason: PLAYER_BANNED}
+  answers:
+    - query: 2
+      restrictions:
+        - {queueId: 9999, summonerId: 5, reason: QUEUE_DODGER, remainingMillis: 7}
+        - {queueId: 420, summonerId: 1, reason: LEAVER_BUSTED}
+    - {query: 3, restrictions: []}
+    - {query: 5, error: down again}
+)"));
+  Collector collector;
+  Subscribe(host.host(), collector, "OnServiceProxyUuidEvent");
+  const char* const kQuery =
+      R"({"queueIds":[420],"summonerIds":[1],"queueRestrictionsToExclude":["QUEUE_DODGER",)"
+      R"("LEAVER_BUSTED"]})";
+  const struct {
+    const char* name;
+    const char* answer;  // the event's payload text
+    const char* error;   // the event's error text
+  } rows[] = {
+      {"first: the scripted failure", "", "overloaded"},
+      {"second: as scripted, whatever was asked",
+       R"([{"summonerName":"","reason":"QUEUE_DODGER","remainingMillis":7,"payload":"",)"
+       R"("queueId":9999,"summonerId":5},{"summonerName":"","reason":"LEAVER_BUSTED",)"
+       R"("remainingMillis":0,"payload":"","queueId":420,"summonerId":1}])",
+       ""},
+      {"third: scripted as empty", "[]", ""},
+      {"fourth: the restrictions of the query",
+       R"([{"summonerName":"","reason":"PLAYER_BANNED","remainingMillis":0,"payload":"",)"
+       R"("queueId":420,"summonerId":1}])",
+       ""},
+      {"fifth: a scripted failure after answers", "", "down again"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    collector.events.clear();
+    Request(host.host(), KAV_METHOD_POST, std::string(kServiceProxyUuidPath),
+            {Value::String("gatekeeper"), Value::String("getQueueRestrictionsForQueuesV2"),
+             Value::Signed(1), Value::String(kQuery)});
+    ASSERT_EQ(collector.events.size(), 1u);
+    EXPECT_EQ(collector.events[0].payload.Find("payload")->AsString(), row.answer);
+    EXPECT_EQ(collector.events[0].payload.Find("error")->AsString(), row.error);
+  }
+  EXPECT_EQ(host.gatekeeper_queries().size(), 5u);
+}
+
 TEST(PeersTest, StepsChangeStateAndPublishToCoveringSubscriptions) {
   ScenarioHost host(Parse(R"(
 session: {state: SUCCEEDED, summonerId: 1001, accountId: 5}

@@ -40,6 +40,10 @@ gatekeeper:
   restrictions:
     - {queueId: 420, summonerId: 1001, reason: PLAYER_BANNED, remainingMillis: -5,
        payload: "{}", withMembers: [1002]}
+  answers:
+    - query: 2
+      restrictions: [{queueId: 9999, summonerId: 7, reason: QUEUE_DODGER}]
+    - {query: 4, error: gone}
 faults:
   - {path: /kav-game-queues/v1/queues, method: GET, times: 2, error: busy, status: 503}
   - {path: /kav-login/v1/session, body: {state: [1]}}
@@ -71,7 +75,11 @@ constexpr char kJson[] = R"({
                   "customStatus": true},
   "gatekeeper": {"delivery": "afterYields", "yields": 3, "error": "down", "errorTimes": 1,
     "restrictions": [{"queueId": 420, "summonerId": 1001, "reason": "PLAYER_BANNED",
-                      "remainingMillis": -5, "payload": "{}", "withMembers": [1002]}]},
+                      "remainingMillis": -5, "payload": "{}", "withMembers": [1002]}],
+    "answers": [
+      {"query": 2,
+       "restrictions": [{"queueId": 9999, "summonerId": 7, "reason": "QUEUE_DODGER"}]},
+      {"query": 4, "error": "gone"}]},
   "faults": [
     {"path": "/kav-game-queues/v1/queues", "method": "GET", "times": 2, "error": "busy",
      "status": 503},
@@ -108,6 +116,12 @@ TEST(ScenarioTest, YamlAndJsonReadTheSameModel) {
   EXPECT_EQ(scenario.shutdown_law.queue_status.at(-2), false);
   EXPECT_EQ(scenario.gatekeeper.delivery, ProxyDelivery::kAfterYields);
   EXPECT_EQ(scenario.gatekeeper.yields, 3u);
+  ASSERT_EQ(scenario.gatekeeper.answers.size(), 2u);
+  EXPECT_EQ(scenario.gatekeeper.answers[0].query, 2u);
+  ASSERT_EQ(scenario.gatekeeper.answers[0].restrictions.size(), 1u);
+  EXPECT_EQ(scenario.gatekeeper.answers[0].restrictions[0].reason, "QUEUE_DODGER");
+  EXPECT_FALSE(scenario.gatekeeper.answers[0].error.has_value());
+  EXPECT_EQ(scenario.gatekeeper.answers[1].error, "gone");
   EXPECT_EQ(scenario.faults[0].method, uint32_t{KAV_METHOD_GET});
   EXPECT_EQ(scenario.faults[1].body->ToJson(), R"({"state":[1]})");
   ASSERT_EQ(scenario.steps.size(), 4u);
@@ -157,6 +171,23 @@ TEST(ScenarioTest, RefusedScenariosSayWhere) {
        "s:1:22: steps[0].beforeCall: calls are counted from 1"},
       {"yields without afterYields", ScenarioFormat::kYaml, "gatekeeper: {yields: 2}",
        "s:1:22: gatekeeper.yields: applies only to delivery: afterYields"},
+      {"answer without a query", ScenarioFormat::kYaml, "gatekeeper:\n  answers: [{error: x}]\n",
+       "s:2:13: gatekeeper.answers[0]: an answer needs a query"},
+      {"answer to query zero", ScenarioFormat::kYaml,
+       "gatekeeper: {answers: [{query: 0, error: x}]}",
+       "s:1:32: gatekeeper.answers[0].query: expected at least 1"},
+      {"answer with restrictions and an error", ScenarioFormat::kYaml,
+       "gatekeeper: {answers: [{query: 1, error: x, restrictions: []}]}",
+       "s:1:24: gatekeeper.answers[0]: an answer needs exactly one of restrictions, error"},
+      {"answer with neither", ScenarioFormat::kYaml, "gatekeeper: {answers: [{query: 1}]}",
+       "s:1:24: gatekeeper.answers[0]: an answer needs exactly one of restrictions, error"},
+      {"withMembers in an answer", ScenarioFormat::kYaml,
+       "gatekeeper: {answers: [{query: 1, restrictions: [{queueId: 1, withMembers: [2]}]}]}",
+       "s:1:50: gatekeeper.answers[0].restrictions[0]: withMembers applies only to "
+       "gatekeeper.restrictions"},
+      {"query answered twice", ScenarioFormat::kYaml,
+       "gatekeeper:\n  answers:\n    - {query: 3, error: a}\n    - {query: 3, error: b}\n",
+       "s:4:7: gatekeeper.answers[1]: query 3 is answered twice"},
       {"repeat zero", ScenarioFormat::kYaml, "champions: {1: {inventory: [{repeat: 0}]}}",
        "s:1:29: champions.1.inventory[0].repeat: expected 1 to 10000"},
       {"top is a list", ScenarioFormat::kYaml, "- 1\n", "s:1:1: expected a mapping, found a list"},
