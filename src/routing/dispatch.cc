@@ -69,10 +69,7 @@ void Dispatch(KavResponse& response, const KavRequest& request, const RouteMatch
   CallResult result;
   ArgumentBinder binder(function, endpoint, result.value);
   HeaderMap headers = ReadHeaders(request);
-  binder.BindArguments(HeaderArguments(headers, function, endpoint), match.pathParameters,
-                       ParseQuery(request.url != nullptr ? request.url : ""));
-  binder.BindHostArguments(request, match.pathParameters.size());
-  if (result.value.Ok()) binder.BindBody(request);
+  binder.BindRequest(request, headers, match.pathParameters);
 
   FunctionImplementation* implementation = endpoint.implementation.get();
   PreparedArguments* state = nullptr;
@@ -148,8 +145,11 @@ void HandleCall(const TypeRegistry* registry, KavResponse& response, const KavRe
 
 void KAV_CALL OnCall(KavResponse* response, const KavRequest* request) {
   if (response == nullptr) return;
-  const KavRequest empty{};
-  if (request == nullptr) request = &empty;
+  if (request == nullptr) {
+    const KavRequest empty{};
+    HandleCall(nullptr, *response, empty, {});  // answers "Invalid function"
+    return;
+  }
   const auto* binding = static_cast<const EndpointBinding*>(request->user_data);
   if (binding == nullptr || binding->endpoint == nullptr) {
     HandleCall(nullptr, *response, *request, {});  // answers "Invalid function"

@@ -103,7 +103,9 @@ void ConvertAnswerValue(CallResult& call_result, const T& value, const TypeSpeci
     call_result.value.Member("id").SetUnsigned(value.id);
   } else {
     // Straight to the host's format: the answer is only ever handed to the
-    // host, so the BindingProperty in between would be built for nothing.
+    // host, so the BindingProperty in between would be built for nothing
+    // (dispatch_bench BM_V3CallThroughTable, eligibility_bench
+    // CachedSelfEligibility).
     try {
       ValueTraits<T>::ToHost(call_result.value, call_result.host_value, value, spec.type, registry,
                              call_result.enumerator_names);
