@@ -61,6 +61,8 @@ TEST(YamlReaderTest, TypesScalars) {
       {"Null", "a: Null", true, "{a:~}"},
       {"missing value", "a:", true, "{a:~}"},
       {"quoted empty", "a: ''", true, "{a:''}"},
+      {"empty key", "'': 1", true, "{:u1}"},
+      {"empty key among others", "{b: 2, '': 1, \"\": 3, c: ''}", true, "{:u3,b:u2,c:''}"},
       {"literal strip chomping", "a: |-\n  true\n", true, "{a:true}"},
       {"literal clip chomping", "a: |\n  true\n", true, "{a:'true\n'}"},
       {"folded strip chomping", "a: >-\n  12\n", true, "{a:u12}"},
