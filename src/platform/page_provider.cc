@@ -25,7 +25,8 @@ PageProvider::~PageProvider() {
 PageProvider& PageProvider::Process() {
   // Keeps up to 16 emptied regions (1 MiB) so that trees built and dropped
   // over and over (a parsed request, a converted answer) do not map, fault
-  // in and unmap fresh memory every time.
+  // in and unmap fresh memory every time (binding_property_bench: keeping
+  // none makes BuildAndDrop 3.4 times and SmallRoots 60 times slower).
   static PageProvider* const provider = new PageProvider(16);
   return *provider;
 }
