@@ -87,9 +87,12 @@ int ParseOptions(int argc, char** argv, Options& options) {
   std::vector<std::string> bodies;
   std::vector<std::string> content_types;
   CLI::Option* calls = app.add_option("CALL", call_texts, "calls to make, in order");
-  CLI::Option* body = app.add_option("--body", bodies, "body of the CALL before it");
-  CLI::Option* content_type = app.add_option(
-      "--content-type", content_types, "content type of that body (default application/json)");
+  // One value per occurrence: a CALL may follow.
+  CLI::Option* body =
+      app.add_option("--body", bodies, "body of the CALL before it")->allow_extra_args(false);
+  CLI::Option* content_type = app.add_option("--content-type", content_types,
+                                             "content type of that body (default application/json)")
+                                  ->allow_extra_args(false);
 
   CLI::App* serve =
       app.add_subcommand("serve", "serve the plugin's resources over local HTTP (127.0.0.1)");
@@ -129,8 +132,11 @@ int ParseOptions(int argc, char** argv, Options& options) {
   size_t next_call = 0;
   size_t next_body = 0;
   size_t next_type = 0;
+  size_t paths_taken = 0;  // PATHs read with the METHOD before them
   for (const CLI::Option* option : app.parse_order()) {
-    if (option == calls) {
+    if (option == calls && paths_taken > 0) {
+      --paths_taken;
+    } else if (option == calls) {
       const std::string& text = call_texts[next_call++];
       CallRequest call;
       if (const size_t space = text.find(' '); space != std::string::npos) {
@@ -140,6 +146,7 @@ int ParseOptions(int argc, char** argv, Options& options) {
                  call_texts[next_call].starts_with('/')) {
         call.method = text;
         call.url = call_texts[next_call++];
+        ++paths_taken;
       } else {
         std::fprintf(stderr, "kav-host: not a CALL \"METHOD PATH\": %s\n", text.c_str());
         return 2;
