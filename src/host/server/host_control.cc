@@ -215,6 +215,7 @@ HttpAnswer HostControl::State() {
         Value::Array faults;
         for (const Fault& fault : peers.state().faults) faults.push_back(FaultToValue(fault));
         const std::optional<uint64_t> self = peers.CurrentSummonerId();
+        const MemoryStatisticsWords memory = host.host().GetMemoryStatistics();
         json = Value::MakeMap(
                    {
                        {"plugin",
@@ -228,6 +229,12 @@ HttpAnswer HostControl::State() {
                        {"gatekeeperQueries", Value::Unsigned(worker_.gatekeeper_queries() +
                                                              host.gatekeeper_queries().size())},
                        {"pendingProxyAnswers", Value::Unsigned(peers.pending_answers())},
+                       {"pluginMemory",
+                        Value::MakeMap(
+                            {{"bytesInUse", Value::Unsigned(memory.BytesInUse())},
+                             {"allocations", Value::Unsigned(memory.allocations())},
+                             {"frees", Value::Unsigned(memory.frees())},
+                             {"peakBytesInUse", Value::Unsigned(memory.peak_bytes_in_use())}})},
                        {"resources", Value::MakeArray(std::move(resources))},
                        {"gatekeeper", GatekeeperToValue(peers.state().gatekeeper)},
                        {"faults", Value::MakeArray(std::move(faults))},

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cctype>
 #include <optional>
+#include <thread>
 #include <utility>
 
 #include "host/openapi.h"
@@ -100,6 +101,8 @@ struct Server::Impl {
   httplib::Server http;
   int port = 0;
   std::atomic<bool> stopping{false};
+  std::atomic<bool> run_entered{false};
+  std::atomic<bool> run_returned{false};
 };
 
 void Server::Impl::Send(HttpAnswer answer, httplib::Response& response) {
@@ -415,12 +418,19 @@ std::string Server::url() const {
 }
 
 void Server::Run() {
-  impl_->http.listen_after_bind();
+  impl_->run_entered = true;
+  if (!impl_->stopping) impl_->http.listen_after_bind();
+  impl_->run_returned = true;
 }
 
 void Server::Stop() {
   impl_->stopping = true;
   impl_->hub.Close();
+  // The library stops only a server that listens: a Stop that comes while
+  // Run is starting waits until it does (or Run saw the stop and returned).
+  while (impl_->run_entered && !impl_->run_returned && !impl_->http.is_running()) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
   impl_->http.stop();
 }
 
