@@ -41,6 +41,11 @@ uint64_t PluginWorker::tasks_run() const {
   return tasks_run_;
 }
 
+uint64_t PluginWorker::host_work_in_yields() const {
+  std::lock_guard lock(mutex_);
+  return host_work_in_yields_;
+}
+
 uint64_t PluginWorker::gatekeeper_queries() const {
   std::lock_guard lock(mutex_);
   return gatekeeper_queries_;
@@ -181,6 +186,7 @@ void PluginWorker::RunHostWork() {
     std::lock_guard lock(mutex_);
     task->state = Task::State::kDone;
     ++tasks_run_;
+    ++host_work_in_yields_;
     task->finished.notify_all();
   }
 }

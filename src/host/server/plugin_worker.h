@@ -104,6 +104,8 @@ class PluginWorker {
   // Counters over the worker's life.
   uint64_t tasks_run() const;
   uint64_t gatekeeper_queries() const;
+  // Host work that ran inside a HostYield of a waiting call.
+  uint64_t host_work_in_yields() const;
 
  private:
   struct Task;
@@ -132,6 +134,7 @@ class PluginWorker {
   std::string start_error_;
   uint64_t tasks_run_ = 0;
   uint64_t gatekeeper_queries_ = 0;
+  uint64_t host_work_in_yields_ = 0;
   std::thread thread_;
 
   bool in_host_work_ = false;  // plugin thread only

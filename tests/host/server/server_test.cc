@@ -394,7 +394,8 @@ TEST(ServerTest, SlowClientsDoNotKeepOthersWaiting) {
   for (int i = 0; i < 20; ++i) {
     SCOPED_TRACE(i);
     auto result = client->Get(kFlag);
-    ASSERT_TRUE(result) << httplib::to_string(result.error());
+    EXPECT_TRUE(result) << httplib::to_string(result.error());
+    if (!result) break;  // the slow clients are joined below all the same
     EXPECT_EQ(result->body, "true");
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
@@ -405,7 +406,7 @@ TEST(ServerTest, SlowClientsDoNotKeepOthersWaiting) {
 TEST(ServerTest, ScenarioChangesRunBesideCallsInParallel) {
   Scenario scenario = DemoScenario();
   scenario.gatekeeper.delivery = ProxyDelivery::kAfterYields;
-  scenario.gatekeeper.yields = 3;  // calls wait, and changes run inside their yields
+  scenario.gatekeeper.yields = 200;  // calls wait, and changes run inside their yields
   ServedPlugin served(std::move(scenario));
   ASSERT_TRUE(served.started()) << served.error();
   std::atomic<int> bad{0};
@@ -445,6 +446,9 @@ TEST(ServerTest, ScenarioChangesRunBesideCallsInParallel) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(bad.load(), 0);
+  // Some changes came while a call waited for the gatekeeper, and ran on the
+  // plugin thread inside that call's HostYield.
+  EXPECT_GT(served.worker().host_work_in_yields(), 0u);
   ExpectAnswering(served);
 }
 
