@@ -113,7 +113,7 @@ class DocumentBuilder {
   Value Schema(const ApiTypeRef& type, size_t depth = 0) {
     switch (static_cast<ApiKind>(type.kind)) {
       case ApiKind::kBool:
-        return Object({{"type", Text("boolean")}});
+        return Typed("boolean");
       case ApiKind::kInt8:
         return Integer(INT8_MIN, INT8_MAX, "int32");
       case ApiKind::kUint8:
@@ -131,34 +131,39 @@ class DocumentBuilder {
       case ApiKind::kUint64:
         return Integer(0, UINT64_MAX, nullptr);
       case ApiKind::kFloat:
-        return Object({{"type", Text("number")}, {"format", Text("float")}});
+        return Member(Typed("number"), "format", Text("float"));
       case ApiKind::kDouble:
-        return Object({{"type", Text("number")}, {"format", Text("double")}});
+        return Member(Typed("number"), "format", Text("double"));
       case ApiKind::kString:
-        return Object({{"type", Text("string")}});
+        return Typed("string");
       case ApiKind::kBlob:
-        return Object({{"type", Text("array")},
-                       {"description", Text("Bytes, one number per byte.")},
-                       {"items", Integer(0, UINT8_MAX, "int32")}});
+        return Member(Member(Typed("array"), "description", Text("Bytes, one number per byte.")),
+                      "items", Integer(0, UINT8_MAX, "int32"));
       case ApiKind::kVector:
-        return Object({{"type", Text("array")}, {"items", ElementSchema(type, depth)}});
+        return Member(Typed("array"), "items", ElementSchema(type, depth));
       case ApiKind::kMap:
-        return Object(
-            {{"type", Text("object")}, {"additionalProperties", ElementSchema(type, depth)}});
+        return Member(Typed("object"), "additionalProperties", ElementSchema(type, depth));
       case ApiKind::kEnum:
       case ApiKind::kStruct:
         if (auto name = schema_names_.find(type.type_name); name != schema_names_.end()) {
-          return Object({{"$ref", Text("#/components/schemas/" + name->second)}});
+          return Member(Object({}), "$ref", Text("#/components/schemas/" + name->second));
         }
-        return type.kind == static_cast<uint32_t>(ApiKind::kEnum)
-                   ? Object({{"type", Text("string")}})
-                   : Object({{"type", Text("object")}});
+        return Typed(type.kind == static_cast<uint32_t>(ApiKind::kEnum) ? "string" : "object");
       case ApiKind::kCallback:
-        return Object({{"description", Text("A callback of the host.")}});
+        return Member(Object({}), "description", Text("A callback of the host."));
       case ApiKind::kObject:
       default:
         return Object({});  // any JSON value
     }
+  }
+
+  // {"type": type}.
+  static Value Typed(const char* type) { return Member(Object({}), "type", Text(type)); }
+  // `schema` with one more member.
+  static Value Member(Value schema, const char* key, Value value) {
+    Value::Map map = schema.AsMap();
+    map.push_back(MapEntry{key, std::move(value)});
+    return Object(std::move(map));
   }
 
   Value ElementSchema(const ApiTypeRef& type, size_t depth) {

@@ -44,18 +44,17 @@ constexpr const char* ChangeName() {
 
 // The announcement of a change: its name, and the path for resource changes.
 std::string ChangeJson(const ScenarioAction& action) {
-  Value::Map map = {{"change", Value::String(ScenarioChangeName(action))}};
+  std::string json = "{\"change\":\"" + std::string(ScenarioChangeName(action)) + "\"";
   if (const auto* set = std::get_if<SetPeerResource>(&action)) {
-    map.push_back({"path", Value::String(set->path)});
-    map.push_back({"value", set->value});
+    json += ",\"path\":" + Value::String(set->path).ToJson() + ",\"value\":" + set->value.ToJson();
   } else if (const auto* remove = std::get_if<DeletePeerResource>(&action)) {
-    map.push_back({"path", Value::String(remove->path)});
+    json += ",\"path\":" + Value::String(remove->path).ToJson();
   } else if (const auto* gatekeeper = std::get_if<SetGatekeeper>(&action)) {
-    map.push_back({"value", GatekeeperToValue(gatekeeper->gatekeeper)});
+    json += ",\"value\":" + GatekeeperToValue(gatekeeper->gatekeeper).ToJson();
   } else if (const auto* fault = std::get_if<AddFault>(&action)) {
-    map.push_back({"value", FaultToValue(fault->fault)});
+    json += ",\"value\":" + FaultToValue(fault->fault).ToJson();
   }
-  return Value::MakeMap(std::move(map)).ToJson();
+  return json + "}";
 }
 
 // The body's reading failure, or nothing when it may be read.

@@ -70,9 +70,11 @@ bool IsLoopbackHost(std::string_view host) {
 }
 
 bool IsOwnOrigin(std::string_view origin, int port) {
-  const std::string suffix = ":" + std::to_string(port);
+  const std::string port_text = std::to_string(port);
   for (std::string_view host : {"localhost", "127.0.0.1", "[::1]"}) {
-    if (EqualsIgnoringCase(origin, "http://" + std::string(host) + suffix)) return true;
+    std::string own = "http://";
+    own.append(host).append(":").append(port_text);
+    if (EqualsIgnoringCase(origin, own)) return true;
   }
   return false;
 }
