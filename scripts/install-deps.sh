@@ -8,9 +8,10 @@ want_bench=0
 [[ "${1:-}" == "--bench" ]] && want_bench=1
 
 packages=(cmake ninja-build g++ g++-multilib pkg-config rapidjson-dev libyaml-dev
-          libyaml-dev:i386 googletest libgtest-dev libgmock-dev libbenchmark-dev clang-format)
+          libyaml-dev:i386 googletest libgtest-dev libgmock-dev libbenchmark-dev clang-format
+          libcpp-httplib-dev libcli11-dev)
 if (( want_bench )); then
-  packages+=(libyaml-cpp-dev libmsgpack-cxx-dev)
+  packages+=(libyaml-cpp-dev libmsgpack-cxx-dev wrk curl)
 fi
 
 missing=()
@@ -32,6 +33,15 @@ export DEBIAN_FRONTEND=noninteractive
 # The i386 index of the security mirror sometimes fails; what counts is that the
 # packages install, so the update's exit code is deliberately not checked.
 apt-get update -qq || echo "install-deps: apt-get update reported errors; continuing" >&2
+# cpp-httplib needs libssl-dev, whose version must equal the installed
+# libssl3's, which another package (an i386 one, say) may hold back: ask for
+# that version when the archive still has it.
+if [[ " ${missing[*]} " == *" libcpp-httplib-dev "* ]]; then
+  ssl=$(dpkg-query -W -f='${Version}' libssl3 2>/dev/null || true)
+  if [[ -n "$ssl" ]] && apt-cache madison libssl-dev | grep -qF " $ssl "; then
+    missing+=("libssl-dev=$ssl")
+  fi
+fi
 apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 
 still=()

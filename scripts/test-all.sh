@@ -20,4 +20,10 @@ for preset in "${presets[@]}"; do
   echo "=== ${preset}: test"
   ctest --preset "$preset" -j "$jobs"
 done
+# The console in a real browser and the API document's validation, against
+# the x86-64 debug build of kav-host.
+if [[ " ${presets[*]} " == *" linux-x64-debug "* ]]; then
+  echo "=== kav-host serve: browser test and OpenAPI validation"
+  bash scripts/test-browser.sh build/linux-x64-debug/kav-host
+fi
 echo "=== all configurations passed: ${presets[*]}"

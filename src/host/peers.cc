@@ -308,6 +308,9 @@ std::optional<uint64_t> Peers::CurrentSummonerId() const {
 }
 
 std::optional<Value> Peers::ResourceValue(std::string_view path) const {
+  if (auto overridden = overrides_.find(path); overridden != overrides_.end()) {
+    return overridden->second;
+  }
   if (path == kSessionPath) {
     if (!state_.session.has_value()) return std::nullopt;
     return SessionValue(*state_.session);
@@ -473,6 +476,14 @@ size_t Peers::Deliver(const std::string& event_name, const Value& payload) {
 // ---- Changes -----------------------------------------------------------------------
 
 size_t Peers::PublishResource(std::string_view uri, ResourceEventType type, const Value& data) {
+  // The modelled state is published: a value set for the path gives way.
+  if (auto overridden = overrides_.find(uri); overridden != overrides_.end()) {
+    overrides_.erase(overridden);
+  }
+  return Publish(uri, type, data);
+}
+
+size_t Peers::Publish(std::string_view uri, ResourceEventType type, const Value& data) {
   const Value payload = Value::MakeMap({{"uri", Text(uri)},
                                         {"eventType", Value::Signed(static_cast<int64_t>(type))},
                                         {"data", data}});
@@ -525,6 +536,23 @@ void Peers::Apply(const ScenarioAction& action) {
     PublishResource(kCurrentSummonerPath, ResourceEventType::kUpdate, summoner);
     PublishResource(std::string(kSummonerPrefix) + std::to_string(*id), ResourceEventType::kUpdate,
                     summoner);
+  } else if (const auto* set_resource = std::get_if<SetPeerResource>(&action)) {
+    const bool existed = ResourceValue(set_resource->path).has_value();
+    overrides_[set_resource->path] = set_resource->value;
+    Publish(set_resource->path, existed ? ResourceEventType::kUpdate : ResourceEventType::kCreate,
+            set_resource->value);
+  } else if (const auto* delete_resource = std::get_if<DeletePeerResource>(&action)) {
+    overrides_[delete_resource->path] = std::nullopt;
+    Publish(delete_resource->path, ResourceEventType::kDelete, Value());
+  } else if (const auto* set_gatekeeper = std::get_if<SetGatekeeper>(&action)) {
+    state_.gatekeeper = set_gatekeeper->gatekeeper;
+    gatekeeper_errors_ = 0;
+  } else if (const auto* add_fault = std::get_if<AddFault>(&action)) {
+    state_.faults.push_back(add_fault->fault);
+    fault_uses_.push_back(0);
+  } else if (std::holds_alternative<ClearFaults>(action)) {
+    state_.faults.clear();
+    fault_uses_.clear();
   } else if (const auto* counts = std::get_if<SetChampionCounts>(&action)) {
     const std::optional<uint64_t> id = CurrentSummonerId();
     if (!id.has_value()) return;
@@ -533,6 +561,38 @@ void Peers::Apply(const ScenarioAction& action) {
         std::string(kInventoryPrefix) + std::to_string(*id) + std::string(kPlayableCountSuffix),
         ResourceEventType::kUpdate, CountsValue(counts->counts));
   }
+}
+
+std::vector<std::string> Peers::ResourcePaths() const {
+  std::vector<std::string> paths = {
+      std::string(kSessionPath),          std::string(kPracticeGamePath),
+      std::string(kGateKeeperSwitchPath), std::string(kQueuesPath),
+      std::string(kCurrentSummonerPath),  std::string(kDisabledQueuesPath),
+      std::string(kCustomStatusPath)};
+  for (const auto& [id, level] : state_.summoner_levels) {
+    paths.push_back(std::string(kSummonerPrefix) + std::to_string(id));
+  }
+  for (const auto& [id, data] : state_.champions) {
+    const std::string inventory = std::string(kInventoryPrefix) + std::to_string(id);
+    paths.push_back(inventory + std::string(kChampionsSuffix));
+    paths.push_back(inventory + std::string(kPlayableCountSuffix));
+  }
+  for (const auto& [id, leagues] : state_.leagues) {
+    paths.push_back(std::string(kLeaguesPrefix) + std::to_string(id));
+  }
+  for (const auto& [id, disabled] : state_.shutdown_law.queue_status) {
+    paths.push_back(std::string(kQueueStatusPrefix) + std::to_string(id));
+  }
+  for (const auto& [path, value] : overrides_) paths.push_back(path);
+  std::sort(paths.begin(), paths.end());
+  paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+  std::erase_if(paths, [&](const std::string& path) { return !ResourceValue(path).has_value(); });
+  return paths;
+}
+
+void Peers::ClearRecords() {
+  gatekeeper_queries_.clear();
+  delivered_events_.clear();
 }
 
 }  // namespace kav::host

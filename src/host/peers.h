@@ -14,7 +14,9 @@
 //    the queried queues and members without the excluded reasons;
 //  * the scenario's faults, which take precedence over all of the above.
 // Changes to the state (ScenarioAction) publish the matching resource events
-// to the plugin's subscriptions.
+// to the plugin's subscriptions. Any path may also be given a value of its
+// own (SetPeerResource) or removed (DeletePeerResource); such a path answers
+// that until a change of the modelled state publishes it again.
 //
 // Ownership: Peers keeps a pointer to the attached host; the host keeps
 // callbacks into the Peers. Both must outlive the plugin's use of the host,
@@ -26,6 +28,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -93,12 +97,18 @@ class Peers {
   std::optional<Value> ResourceValue(std::string_view path) const;
   // The summoner of "/kav-summoner/v1/current-summoner", if any.
   std::optional<uint64_t> CurrentSummonerId() const;
+  // Every path that answers a value now (as ResourceValue gives it), in
+  // byte-wise order; the service proxy's resources are not listed.
+  std::vector<std::string> ResourcePaths() const;
 
   const Scenario& state() const { return state_; }
   const std::vector<GatekeeperQuery>& gatekeeper_queries() const { return gatekeeper_queries_; }
   const std::vector<PeerEvent>& delivered_events() const { return delivered_events_; }
   // Service-proxy answers waiting for a later yield.
   size_t pending_answers() const { return pending_answers_; }
+  // Forgets the recorded gatekeeper queries and delivered events (a host
+  // that runs for long keeps its memory flat this way); the state stays.
+  void ClearRecords();
 
  private:
   struct ServiceAnswer {
@@ -115,10 +125,13 @@ class Peers {
   void ScheduleAnswer(std::string event_name, Value payload);
   size_t Deliver(const std::string& event_name, const Value& payload);
   void PublishSwitch(std::string_view uri, const PlatformSwitch& value);
+  size_t Publish(std::string_view uri, ResourceEventType type, const Value& data);
 
   Scenario state_;
   ReferenceHost* host_ = nullptr;
   std::vector<uint32_t> fault_uses_;  // per fault of the state
+  // Paths set by SetPeerResource (a value) or DeletePeerResource (none).
+  std::map<std::string, std::optional<Value>, std::less<>> overrides_;
   uint32_t gatekeeper_errors_ = 0;
   uint64_t next_uuid_ = 1;
   size_t pending_answers_ = 0;

@@ -148,6 +148,7 @@ bool ReferenceHost::Load(ApiVersion core_version) {
     error_ = "the plugin did not register";
     return false;
   }
+  get_memory_statistics_ = record_.callbacks->get_memory_statistics;
   module_alive_ = true;
   return true;
 }
@@ -162,7 +163,7 @@ bool ReferenceHost::Initialize(uint32_t plugin_handle) {
 MemoryStatisticsWords ReferenceHost::GetMemoryStatistics() {
   MemoryStatisticsWords statistics;
   statistics.words.fill(0xFFFFFFFFu);
-  record_.callbacks->get_memory_statistics(record_.module, statistics.words.data());
+  get_memory_statistics_(record_.module, statistics.words.data());
   return statistics;
 }
 
@@ -408,6 +409,7 @@ void KAV_CALL ReferenceHost::OnSendEvent(KavHostTable* table, const KavEvent* ev
   PublishedEvent published{TextOr(event->name), Value::FromRecord(event->payload), event->word};
   host.Record(HostFunction::kSendEvent, published.name);
   host.published_events_.push_back(std::move(published));
+  if (host.event_observer_) host.event_observer_(host.published_events_.back());
 }
 
 void KAV_CALL ReferenceHost::OnSubscribe(KavHostTable* table, const char* event_name,
@@ -480,6 +482,7 @@ void KAV_CALL ReferenceHost::OnLog(KavHostTable* table, int32_t level, const cha
   host.Record(HostFunction::kLog, line.text);
   if (host.echo_log_) std::fprintf(stderr, "[plugin %d] %s\n", line.level, line.text.c_str());
   host.log_lines_.push_back(std::move(line));
+  if (host.log_observer_) host.log_observer_(host.log_lines_.back());
 }
 
 // ---- Streams and release ------------------------------------------------------

@@ -218,7 +218,9 @@ class ReferenceHost {
   // `plugin_handle`; returns its result. REQUIRES: loaded().
   [[nodiscard]] bool Initialize(uint32_t plugin_handle = 1);
   // Calls GetMemoryStatistics; the words are pre-filled with 0xFFFFFFFF so
-  // that words the plugin leaves unwritten show. REQUIRES: loaded().
+  // that words the plugin leaves unwritten show. The statistics are the
+  // library's, so they stay readable after Destroy. REQUIRES: a successful
+  // Load.
   MemoryStatisticsWords GetMemoryStatistics();
   // Calls Destroy; the module is gone afterwards. REQUIRES: loaded().
   void Destroy();
@@ -300,6 +302,18 @@ class ReferenceHost {
   const std::vector<LogLine>& log_lines() const { return log_lines_; }
   // Also writes each log line to standard error as it arrives.
   void set_echo_log(bool echo) { echo_log_ = echo; }
+
+  // ---- Observers -------------------------------------------------------------
+  // Called for every event that the plugin publishes and every line that it
+  // logs, after it is recorded, on the thread that the plugin called from.
+  // An empty function removes the observer. An observer must not call into
+  // the plugin.
+  void SetEventObserver(std::function<void(const PublishedEvent&)> observer) {
+    event_observer_ = std::move(observer);
+  }
+  void SetLogObserver(std::function<void(const LogLine&)> observer) {
+    log_observer_ = std::move(observer);
+  }
   // Forgets the journal, requests, published events and log lines;
   // subscriptions and programmed answers stay.
   void ClearRecords();
@@ -380,6 +394,10 @@ class ReferenceHost {
   std::vector<PublishedEvent> published_events_;
   std::vector<LogLine> log_lines_;
   bool echo_log_ = false;
+  std::function<void(const PublishedEvent&)> event_observer_;
+  std::function<void(const LogLine&)> log_observer_;
+  // Copied at Load: the plugin's callback record lives in its module.
+  void(KAV_CALL* get_memory_statistics_)(void* module, uint32_t out[14]) = nullptr;
 };
 
 }  // namespace kav::host

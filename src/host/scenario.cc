@@ -646,7 +646,10 @@ class ScenarioReader {
     return true;
   }
 
-  bool ReadStep(const DocumentNode& node, const std::string& path, ScenarioStep& step) {
+  // A step of "steps"; without `with_before_call`, a change alone (no
+  // "beforeCall" allowed).
+  bool ReadStep(const DocumentNode& node, const std::string& path, ScenarioStep& step,
+                bool with_before_call = true) {
     int actions = 0;
     bool has_before_call = false;
     auto action = [&](auto read) {
@@ -707,13 +710,91 @@ class ScenarioReader {
                step.action = set;
                return true;
              })},
+            {"setResource", action([&](auto& value, auto& value_path) {
+               SetPeerResource set;
+               if (!ReadPeerResource(value, value_path, set)) return false;
+               step.action = std::move(set);
+               return true;
+             })},
+            {"deleteResource", action([&](auto& value, auto& value_path) {
+               DeletePeerResource remove;
+               if (!ReadResourcePath(value, value_path, remove.path)) return false;
+               step.action = std::move(remove);
+               return true;
+             })},
+            {"setGatekeeper", action([&](auto& value, auto& value_path) {
+               SetGatekeeper set;
+               if (!ReadGatekeeper(value, value_path, set.gatekeeper)) return false;
+               step.action = std::move(set);
+               return true;
+             })},
+            {"addFault", action([&](auto& value, auto& value_path) {
+               AddFault add;
+               if (!ReadFault(value, value_path, add.fault)) return false;
+               step.action = std::move(add);
+               return true;
+             })},
+            {"clearFaults", action([&](auto& value, auto& value_path) {
+               bool yes = false;
+               if (!ReadBool(value, value_path, yes)) return false;
+               step.action = ClearFaults{};
+               return yes || Fail(value.position, value_path, "only true is meaningful");
+             })},
         });
     if (!read) return false;
-    if (!has_before_call) return Fail(node.position, path, "a step needs beforeCall");
-    if (actions != 1) return Fail(node.position, path, "a step needs exactly one change");
+    if (with_before_call && !has_before_call) {
+      return Fail(node.position, path, "a step needs beforeCall");
+    }
+    if (!with_before_call && has_before_call) {
+      return Fail(node.position, path, "a change applied now has no beforeCall");
+    }
+    if (actions != 1) {
+      return Fail(
+          node.position, path,
+          with_before_call ? "a step needs exactly one change" : "expected exactly one change");
+    }
     return true;
   }
 
+  bool ReadResourcePath(const DocumentNode& node, const std::string& path, std::string& out) {
+    if (!ReadString(node, path, out)) return false;
+    if (out.empty() || out[0] != '/' || out.find_first_of("?# ") != std::string::npos) {
+      return Fail(node.position, path, "expected a resource path starting with '/', without query");
+    }
+    return true;
+  }
+
+  bool ReadPeerResource(const DocumentNode& node, const std::string& path, SetPeerResource& set) {
+    bool has_value = false;
+    const bool read = ReadMapping(node, path,
+                                  {
+                                      {"path",
+                                       [&](auto& value, auto& value_path) {
+                                         return ReadResourcePath(value, value_path, set.path);
+                                       }},
+                                      {"value",
+                                       [&](auto& value, auto&) {
+                                         has_value = true;
+                                         set.value = value.ToValue();
+                                         return true;
+                                       }},
+                                  });
+    if (!read) return false;
+    if (set.path.empty()) return Fail(node.position, path, "setResource needs a path");
+    if (!has_value) return Fail(node.position, path, "setResource needs a value");
+    return true;
+  }
+
+ public:
+  // One change applied now (a step without "beforeCall").
+  bool ReadChange(const DocumentNode& node, ScenarioAction& action) {
+    ScenarioStep step;
+    if (!ReadStep(node, "", step, /*with_before_call=*/false)) return false;
+    action = std::move(step.action);
+    return true;
+  }
+
+ private:
   std::string_view source_;
   std::string error_;
   Queue queue_defaults_;
@@ -770,6 +851,56 @@ ScenarioResult LoadScenarioFile(const std::string& path) {
   text << file.rdbuf();
   const std::string content = text.str();
   return ParseScenario(content, DetectScenarioFormat(path, content), path);
+}
+
+namespace {
+
+ScenarioActionResult ReadAction(const std::optional<DocumentNode>& document,
+                                const DocumentError& document_error, ScenarioFormat format,
+                                std::string_view source) {
+  ScenarioActionResult result;
+  if (!document.has_value()) {
+    result.error = std::string(source) + ":" + std::to_string(document_error.position.line) + ":" +
+                   std::to_string(document_error.position.column) + ": " +
+                   (format == ScenarioFormat::kJson ? "JSON: " : "YAML: ") + document_error.message;
+    return result;
+  }
+  ScenarioReader reader(source);
+  ScenarioAction action;
+  if (!reader.ReadChange(*document, action)) {
+    result.error = reader.error();
+    return result;
+  }
+  result.action = std::move(action);
+  return result;
+}
+
+std::optional<DocumentNode> ReadDocument(std::string_view text, ScenarioFormat format,
+                                         DocumentError* error) {
+  return format == ScenarioFormat::kJson ? ReadJsonDocument(text, error)
+                                         : ReadYamlDocument(text, error);
+}
+
+}  // namespace
+
+ScenarioActionResult ParseScenarioAction(std::string_view text, ScenarioFormat format,
+                                         std::string_view source) {
+  DocumentError error;
+  return ReadAction(ReadDocument(text, format, &error), error, format, source);
+}
+
+ScenarioActionResult ParseScenarioAction(std::string_view change, std::string_view value_text,
+                                         ScenarioFormat format, std::string_view source) {
+  DocumentError error;
+  std::optional<DocumentNode> value = ReadDocument(value_text, format, &error);
+  std::optional<DocumentNode> document;
+  if (value.has_value()) {
+    DocumentNode& mapping = document.emplace();
+    mapping.kind = DocumentNode::Kind::kMapping;
+    mapping.position = value->position;
+    mapping.members.push_back({std::string(change), value->position, std::move(*value)});
+  }
+  return ReadAction(document, error, format, source);
 }
 
 Scenario DemoScenario() {

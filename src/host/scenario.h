@@ -200,8 +200,38 @@ struct SetChampionCounts {
   ChampionPlayableCounts counts;
   bool operator==(const SetChampionCounts&) const = default;
 };
-using ScenarioAction = std::variant<SetQueues, DeleteSession, SetSession, SetPracticeGameEnabled,
-                                    SetGateKeeperEnabled, SetSummonerLevel, SetChampionCounts>;
+// Any peer resource set to a value of the caller's choosing: the peers
+// answer `value` for `path` from then on, instead of what the rest of the
+// state says, until a change of the modelled state publishes that path.
+struct SetPeerResource {
+  std::string path;  // the URL up to "?", starting with "/"
+  Value value;
+  bool operator==(const SetPeerResource&) const = default;
+};
+// Any peer resource removed: requests for `path` get 404 from then on.
+struct DeletePeerResource {
+  std::string path;
+  bool operator==(const DeletePeerResource&) const = default;
+};
+// The gatekeeper replaced as a whole (restrictions, timing, errors); its
+// count of failed answers starts again. Publishes nothing: the gatekeeper is
+// a service, asked on demand.
+struct SetGatekeeper {
+  Gatekeeper gatekeeper;
+  bool operator==(const SetGatekeeper&) const = default;
+};
+// A fault added after those already in force. Publishes nothing.
+struct AddFault {
+  Fault fault;
+  bool operator==(const AddFault&) const = default;
+};
+struct ClearFaults {
+  bool operator==(const ClearFaults&) const = default;
+};
+using ScenarioAction =
+    std::variant<SetQueues, DeleteSession, SetSession, SetPracticeGameEnabled, SetGateKeeperEnabled,
+                 SetSummonerLevel, SetChampionCounts, SetPeerResource, DeletePeerResource,
+                 SetGatekeeper, AddFault, ClearFaults>;
 
 struct ScenarioStep {
   uint32_t before_call = 1;  // applied before the main job's call of this number (from 1)
@@ -268,12 +298,31 @@ struct ScenarioResult {
 //   steps: [{beforeCall: N, then one of setQueues: [...], deleteSession: true,
 //            setSession: {...}, setPracticeGameEnabled: bool|null,
 //            setGateKeeperEnabled: bool|null, setSummonerLevel: N,
-//            setChampionCounts: {...}}]
+//            setChampionCounts: {...}, setResource: {path: /..., value: <any>},
+//            deleteResource: /..., setGatekeeper: {<gatekeeper section>},
+//            addFault: {<fault>}, clearFaults: true}]
 // Unknown keys are refused, so that a misspelt key does not go unnoticed.
 ScenarioResult ParseScenario(std::string_view text, ScenarioFormat format,
                              std::string_view source = "scenario");
 // Reads the file at `path`; the format as DetectScenarioFormat says.
 ScenarioResult LoadScenarioFile(const std::string& path);
+
+// One change, or why not ("<source>:<line>:<column>: <message>").
+struct ScenarioActionResult {
+  std::optional<ScenarioAction> action;
+  std::string error;
+
+  bool ok() const { return action.has_value(); }
+};
+
+// Reads one change written as a step of the format above without
+// "beforeCall", e.g. {setGateKeeperEnabled: false}.
+ScenarioActionResult ParseScenarioAction(std::string_view text, ScenarioFormat format,
+                                         std::string_view source = "change");
+// Reads the value of the change named `change` (a key of a step, e.g.
+// "setGatekeeper") from `value_text`, as if it were written under that key.
+ScenarioActionResult ParseScenarioAction(std::string_view change, std::string_view value_text,
+                                         ScenarioFormat format, std::string_view source = "change");
 
 // The built-in demo scenario, as YAML text and read.
 std::string_view DemoScenarioText();

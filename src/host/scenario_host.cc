@@ -78,6 +78,12 @@ const KavResourceEntry* ScenarioHost::FindEntry(uint32_t method, std::string_vie
 
 CallOutcome ScenarioHost::Call(std::string_view method, std::string_view url,
                                std::optional<std::string> body, std::string_view content_type) {
+  return Call(method, url, std::move(body), content_type, {});
+}
+
+CallOutcome ScenarioHost::Call(std::string_view method, std::string_view url,
+                               std::optional<std::string> body, std::string_view content_type,
+                               std::vector<std::pair<std::string, std::string>> headers) {
   ++calls_made_;
   for (const ScenarioStep& step : steps_) {
     if (step.before_call == calls_made_) peers_.Apply(step.action);
@@ -99,6 +105,7 @@ CallOutcome ScenarioHost::Call(std::string_view method, std::string_view url,
   call.method = method_code;
   call.url = std::string(url);
   if (method_code == KAV_METHOD_CUSTOM) call.custom_method = std::string(method);
+  call.headers = std::move(headers);
   if (body.has_value()) {
     call.body = std::move(body);
     call.content_type = std::string(content_type);
@@ -109,6 +116,7 @@ CallOutcome ScenarioHost::Call(std::string_view method, std::string_view url,
     outcome.error = std::move(response.error);
     return outcome;
   }
+  outcome.streamed = response.streamed;
   if (response.streamed) {
     std::optional<Value> streamed = ParseJson(response.streamed_body);
     outcome.raw_body = streamed.has_value() ? std::move(*streamed)

@@ -25,6 +25,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/api_description.h"
@@ -45,6 +46,7 @@ struct CallOutcome {
   Value body;
   Value raw_body;         // the answer as the plugin wrote it
   std::string body_json;  // `body` as compact JSON; "" on error
+  bool streamed = false;  // the plugin answered with a body stream
 
   bool ok() const { return !error.has_value(); }
   // As kav-host prints it: indented JSON, or "error <status>: <text>".
@@ -76,6 +78,11 @@ class ScenarioHost {
   CallOutcome Call(std::string_view method, std::string_view url,
                    std::optional<std::string> body = std::nullopt,
                    std::string_view content_type = "application/json");
+  // The same with request headers (name, value), handed to the plugin in
+  // the order given.
+  CallOutcome Call(std::string_view method, std::string_view url, std::optional<std::string> body,
+                   std::string_view content_type,
+                   std::vector<std::pair<std::string, std::string>> headers);
   // Changes the peers' state now, as a scenario step would.
   void Apply(const ScenarioAction& action) { peers_.Apply(action); }
   // Destroys the plugin's module. REQUIRES: loaded.

@@ -11,6 +11,14 @@
 // The exit code is non-zero only for a problem of the host: bad options, an
 // unreadable scenario, a plugin that does not load or start, or a CALL that
 // matches no resource of the plugin. Error answers of the plugin are output.
+//
+//   kav-host serve [--port N] [--scenario FILE] [--plugin PATH] [--token T]
+//                  [--allow-origin ORIGIN] [--core-version X.Y.Z] [--verbose]
+//
+// serves the plugin's resources over local HTTP until SIGINT or SIGTERM
+// (src/host/server/server.h).
+#include <CLI/CLI.hpp>
+
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -20,6 +28,9 @@
 
 #include "host/scenario.h"
 #include "host/scenario_host.h"
+#ifdef KAV_HAVE_SERVE
+#include "host/server/serve_command.h"
+#endif
 
 namespace {
 
@@ -39,24 +50,17 @@ struct Options {
   ApiVersion core_version = kav::host::kDefaultCoreVersion;
   bool verbose = false;
   std::vector<CallRequest> calls;
+  bool serve = false;
+  int port = 0;
+  std::string token;
+  std::string allow_origin;
 };
 
-void PrintUsage(std::FILE* out) {
-  std::fprintf(
-      out,
-      "usage: kav-host [--plugin PATH] [--scenario FILE] [--core-version X.Y.Z] [--verbose]\n"
-      "                [CALL [--body TEXT] [--content-type TYPE]]...\n"
-      "  CALL                   \"METHOD PATH[?QUERY]\", e.g. \"GET /kav-queue-eligibility/v1/"
-      "initial-configuration-complete\"\n"
-      "  --plugin PATH          plugin library to load (default %s)\n"
-      "  --scenario FILE        peers' scenario, YAML or JSON (default: the built-in demo)\n"
-      "  --core-version X.Y.Z   plugin API version the host claims (default %s)\n"
-      "  --body TEXT            body of the CALL before it\n"
-      "  --content-type TYPE    content type of that body (default application/json)\n"
-      "  --verbose              print the plugin's log lines at the end\n"
-      "Without a CALL: a summary of the plugin and a set of demo calls.\n",
-      KAV_DEFAULT_PLUGIN_PATH, kav::host::kDefaultCoreVersion.ToString().c_str());
-}
+constexpr const char* kCallsHelp =
+    "CALL: \"METHOD PATH[?QUERY]\", e.g. \"GET /kav-queue-eligibility/v1/"
+    "initial-configuration-complete\";\n"
+    "--body and --content-type belong to the CALL before them.\n"
+    "Without a CALL: a summary of the plugin and a set of demo calls.";
 
 bool IsMethod(std::string_view text) {
   for (std::string_view method : {"DELETE", "GET", "HEAD", "OPTIONS", "PATCH", "POST", "PUT"}) {
@@ -68,65 +72,99 @@ bool IsMethod(std::string_view text) {
 // Returns 0 when the options are complete, -1 after --help, otherwise the
 // exit code.
 int ParseOptions(int argc, char** argv, Options& options) {
-  auto value_of = [&](int& i, const char* option) -> const char* {
-    if (i + 1 >= argc) {
-      std::fprintf(stderr, "kav-host: %s needs a value\n", option);
-      return nullptr;
+  CLI::App app("kav-host: loads a plugin the way the core does and calls its resources.",
+               "kav-host");
+  app.footer(kCallsHelp);
+  std::string core_version;
+  app.add_option("--plugin", options.plugin_path, "plugin library to load")
+      ->default_str(KAV_DEFAULT_PLUGIN_PATH);
+  app.add_option("--scenario", options.scenario_path,
+                 "peers' scenario, YAML or JSON (default: the built-in demo)");
+  app.add_option("--core-version", core_version, "plugin API version the host claims")
+      ->default_str(kav::host::kDefaultCoreVersion.ToString());
+  app.add_flag("--verbose", options.verbose, "print the plugin's log lines");
+  std::vector<std::string> call_texts;
+  std::vector<std::string> bodies;
+  std::vector<std::string> content_types;
+  CLI::Option* calls = app.add_option("CALL", call_texts, "calls to make, in order");
+  // One value per occurrence: a CALL may follow.
+  CLI::Option* body =
+      app.add_option("--body", bodies, "body of the CALL before it")->allow_extra_args(false);
+  CLI::Option* content_type = app.add_option("--content-type", content_types,
+                                             "content type of that body (default application/json)")
+                                  ->allow_extra_args(false);
+
+  CLI::App* serve =
+      app.add_subcommand("serve", "serve the plugin's resources over local HTTP (127.0.0.1)");
+  serve->fallthrough();  // --plugin, --scenario, ... may follow "serve"
+  serve->add_option("--port", options.port, "TCP port; 0 picks a free one")
+      ->check(CLI::Range(0, 65535))
+      ->default_val(0);
+  serve->add_option("--token", options.token, "require 'Authorization: Bearer T' on every request");
+  serve->add_option("--allow-origin", options.allow_origin,
+                    "send CORS headers to this origin (e.g. http://localhost:3000)");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& help) {
+    app.exit(help);
+    return -1;
+  } catch (const CLI::ParseError& error) {
+    std::fprintf(stderr, "kav-host: %s\n", error.what());
+    std::fprintf(stderr, "%s", app.help().c_str());
+    return 2;
+  }
+  if (!core_version.empty()) {
+    auto version = ApiVersion::Parse(core_version);
+    if (!version) {
+      std::fprintf(stderr, "kav-host: not a version X.Y.Z: %s\n", core_version.c_str());
+      return 2;
     }
-    return argv[++i];
-  };
-  for (int i = 1; i < argc; ++i) {
-    const std::string_view argument = argv[i];
-    if (argument == "--help" || argument == "-h") {
-      PrintUsage(stdout);
-      return -1;
-    }
-    if (argument == "--verbose") {
-      options.verbose = true;
-      continue;
-    }
-    if (argument == "--plugin" || argument == "--scenario" || argument == "--core-version" ||
-        argument == "--body" || argument == "--content-type") {
-      const char* value = value_of(i, argv[i]);
-      if (value == nullptr) return 2;
-      if (argument == "--plugin") {
-        options.plugin_path = value;
-      } else if (argument == "--scenario") {
-        options.scenario_path = value;
-      } else if (argument == "--core-version") {
-        auto version = ApiVersion::Parse(value);
-        if (!version) {
-          std::fprintf(stderr, "kav-host: not a version X.Y.Z: %s\n", value);
-          return 2;
-        }
-        options.core_version = *version;
-      } else if (options.calls.empty()) {
-        std::fprintf(stderr, "kav-host: %s must follow a CALL\n", argv[i - 1]);
-        return 2;
-      } else if (argument == "--body") {
-        options.calls.back().body = value;
+    options.core_version = *version;
+  }
+  options.serve = serve->parsed();
+  if (options.serve && !call_texts.empty()) {
+    std::fprintf(stderr, "kav-host: serve takes no CALL\n");
+    return 2;
+  }
+
+  // The order in which CALLs, bodies and content types were given pairs them.
+  size_t next_call = 0;
+  size_t next_body = 0;
+  size_t next_type = 0;
+  size_t paths_taken = 0;  // PATHs read with the METHOD before them
+  for (const CLI::Option* option : app.parse_order()) {
+    if (option == calls && paths_taken > 0) {
+      --paths_taken;
+    } else if (option == calls) {
+      const std::string& text = call_texts[next_call++];
+      CallRequest call;
+      if (const size_t space = text.find(' '); space != std::string::npos) {
+        call.method = text.substr(0, space);
+        call.url = text.substr(text.find_first_not_of(' ', space));
+      } else if (IsMethod(text) && next_call < call_texts.size() &&
+                 call_texts[next_call].starts_with('/')) {
+        call.method = text;
+        call.url = call_texts[next_call++];
+        ++paths_taken;
       } else {
-        options.calls.back().content_type = value;
+        std::fprintf(stderr, "kav-host: not a CALL \"METHOD PATH\": %s\n", text.c_str());
+        return 2;
       }
-      continue;
+      options.calls.push_back(std::move(call));
+    } else if (option == body || option == content_type) {
+      const bool is_body = option == body;
+      if (options.calls.empty()) {
+        std::fprintf(stderr, "kav-host: %s must follow a CALL\n",
+                     is_body ? "--body" : "--content-type");
+        return 2;
+      }
+      if (is_body) {
+        options.calls.back().body = bodies[next_body++];
+      } else {
+        options.calls.back().content_type = content_types[next_type++];
+      }
     }
-    if (argument.starts_with("--")) {
-      std::fprintf(stderr, "kav-host: unknown option %s\n", argv[i]);
-      PrintUsage(stderr);
-      return 2;
-    }
-    CallRequest call;
-    if (const size_t space = argument.find(' '); space != std::string_view::npos) {
-      call.method = std::string(argument.substr(0, space));
-      call.url = std::string(argument.substr(argument.find_first_not_of(' ', space)));
-    } else if (IsMethod(argument) && i + 1 < argc && argv[i + 1][0] == '/') {
-      call.method = std::string(argument);
-      call.url = argv[++i];
-    } else {
-      std::fprintf(stderr, "kav-host: not a CALL \"METHOD PATH\": %s\n", argv[i]);
-      return 2;
-    }
-    options.calls.push_back(std::move(call));
   }
   return 0;
 }
@@ -194,6 +232,12 @@ std::vector<CallRequest> DemoCalls(const kav::host::Scenario& scenario) {
 int main(int argc, char** argv) {
   Options options;
   if (int code = ParseOptions(argc, argv, options); code != 0) return code < 0 ? 0 : code;
+#ifndef KAV_HAVE_SERVE
+  if (options.serve) {
+    std::fprintf(stderr, "kav-host: this build has no 'serve' (built without cpp-httplib)\n");
+    return 2;
+  }
+#endif
 
   kav::host::Scenario scenario;
   if (options.scenario_path.empty()) {
@@ -206,6 +250,20 @@ int main(int argc, char** argv) {
     }
     scenario = std::move(*loaded.scenario);
   }
+#ifdef KAV_HAVE_SERVE
+  if (options.serve) {
+    kav::host::ServeCommandOptions serve;
+    serve.scenario_label = scenario.name.empty() ? options.scenario_path : scenario.name;
+    serve.scenario = std::move(scenario);
+    serve.plugin_path = options.plugin_path;
+    serve.core_version = options.core_version;
+    serve.verbose = options.verbose;
+    serve.server.port = options.port;
+    serve.server.token = options.token;
+    serve.server.allow_origin = options.allow_origin;
+    return kav::host::RunServeCommand(std::move(serve));
+  }
+#endif
   const bool demo_calls = options.calls.empty();
   if (demo_calls) options.calls = DemoCalls(scenario);
   std::printf("core plugin API: %s; scenario: %s\n", options.core_version.ToString().c_str(),
