@@ -32,6 +32,23 @@ Value GatekeeperToValue(const Gatekeeper& gatekeeper) {
     restrictions.push_back(RestrictionToValue(restriction));
   }
   Value::Map map = {{"restrictions", Value::MakeArray(std::move(restrictions))}};
+  if (!gatekeeper.answers.empty()) {
+    Value::Array answers;
+    for (const GatekeeperAnswer& answer : gatekeeper.answers) {
+      Value::Map entry = {{"query", Value::Unsigned(answer.query)}};
+      if (answer.error.has_value()) {
+        entry.push_back({"error", Value::String(*answer.error)});
+      } else {
+        Value::Array scripted;
+        for (const GatekeeperRestriction& restriction : answer.restrictions) {
+          scripted.push_back(RestrictionToValue(restriction));
+        }
+        entry.push_back({"restrictions", Value::MakeArray(std::move(scripted))});
+      }
+      answers.push_back(Value::MakeMap(std::move(entry)));
+    }
+    map.push_back({"answers", Value::MakeArray(std::move(answers))});
+  }
   if (gatekeeper.delivery == ProxyDelivery::kDuringPost) {
     map.push_back({"delivery", Value::String("duringPost")});
   } else if (gatekeeper.yields <= 1) {

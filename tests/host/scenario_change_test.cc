@@ -124,5 +124,29 @@ TEST(ScenarioChangeTest, PeersAnswerWhatWasSetUntilTheModelSpeaksAgain) {
             R"({"path":"/x","error":"down","status":500})");
 }
 
+// What the host shows of the gatekeeper reads back as the same gatekeeper.
+TEST(ScenarioChangeTest, GatekeeperWrittenReadsBackEqual) {
+  const char* rows[] = {
+      R"({"restrictions": [], "delivery": "duringPost"})",
+      R"({"restrictions": [{"queueId": 420, "summonerId": 7, "reason": "PLAYER_BANNED",
+          "remainingMillis": 60000, "withMembers": [8]}], "delivery": "afterYields", "yields": 3,
+          "error": "down", "errorTimes": 2})",
+      R"({"answers": [{"query": 2, "restrictions": [{"queueId": -5, "summonerId": 9,
+          "reason": "QUEUE_DODGER"}]}, {"query": 3, "error": "gone"}]})",
+  };
+  for (const char* text : rows) {
+    SCOPED_TRACE(text);
+    const ScenarioActionResult first =
+        ParseScenarioAction("setGatekeeper", text, ScenarioFormat::kJson, "body");
+    ASSERT_TRUE(first.ok()) << first.error;
+    const Gatekeeper& gatekeeper = std::get<SetGatekeeper>(*first.action).gatekeeper;
+    const std::string written = GatekeeperToValue(gatekeeper).ToJson();
+    const ScenarioActionResult again =
+        ParseScenarioAction("setGatekeeper", written, ScenarioFormat::kJson, "written");
+    ASSERT_TRUE(again.ok()) << again.error << " in " << written;
+    EXPECT_EQ(std::get<SetGatekeeper>(*again.action).gatekeeper, gatekeeper) << written;
+  }
+}
+
 }  // namespace
 }  // namespace kav::host
