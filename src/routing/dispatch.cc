@@ -15,6 +15,7 @@
 #include "diagnostics/assert.h"
 #include "diagnostics/format.h"
 #include "platform/allocation.h"
+#include "routing/argument_budget.h"
 #include "serialization/json.h"
 #include "serialization/msgpack.h"
 #include "serialization/yaml.h"
@@ -274,8 +275,6 @@ std::vector<Route> Dispatcher::Routes() const {
 namespace {
 
 const char kSharedEmptyText[] = "";
-// Index paths may grow a collection argument to at most this many elements.
-constexpr unsigned long kMaxArgumentIndex = 0xFFFF;
 
 std::string Lower(std::string_view text) {
   std::string lowered(text);
@@ -399,6 +398,7 @@ class Call {
   const PathParameters& path_parameters_;
   const TypeRegistry* registry_;
   std::vector<BindingProperty> arguments_;
+  IndexPathBudget index_budget_;
   CallResult result_;
 };
 
@@ -480,6 +480,11 @@ void Call::BindOne(std::string_view key, std::string_view text, ParameterLocatio
 
 void Call::ApplyIndexPath(BindingProperty& value, size_t parameter, std::string_view path,
                           std::string_view text) {
+  const std::string key = function_.parameters[parameter].name + "." + std::string(path);
+  if (IndexPathSegments(path) > kMaxIndexPathSegments) {
+    status().SetError(FormatMessage(kIndexPathTooDeep, {key, kMaxIndexPathSegments}));
+    return;
+  }
   BindingProperty* target = &value;
   while (true) {
     size_t dot = path.find('.');
@@ -498,10 +503,21 @@ void Call::ApplyIndexPath(BindingProperty& value, size_t parameter, std::string_
         return;
       }
       if (target->Kind() != BindingKind::kCollection) target->MakeCollection();
+      const size_t size = target->Size();
+      if (index >= size && !index_budget_.Charge(index + 1 - size)) {
+        status().SetError(FormatMessage(kIndexPathOverBudget, {key, kMaxIndexPathElements}));
+        return;
+      }
       target = &target->At(static_cast<size_t>(index));
     } else {
       if (target->Kind() != BindingKind::kStructure) target->MakeStructure();
-      target = &target->Member(segment);
+      const size_t size = target->Size();
+      BindingProperty& member = target->Member(segment);
+      if (target->Size() != size && !index_budget_.Charge(1)) {
+        status().SetError(FormatMessage(kIndexPathOverBudget, {key, kMaxIndexPathElements}));
+        return;
+      }
+      target = &member;
     }
     if (dot == std::string_view::npos) break;
     path = path.substr(dot + 1);
