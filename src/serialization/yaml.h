@@ -40,12 +40,19 @@
 //   "Nesting exceeds %1 levels. At line: %2 col: %3"
 //   "Alias expansion exceeds %1 nodes. Alias "%2". At line: %3 col: %4"
 //   "Sequence exceeds %1 elements. At line: %2 col: %3"
+//   "YAML document does not fit in memory. At line: %1 col: %2"
 //   and the text conversion messages for "!!int" and "!!float" scalars.
+// Nothing is thrown: running out of memory ends the read with the message
+// above, and the parser and its event are given back to libyaml on every
+// path.
 //
 // Limits for hostile input:
 //   * At most kYamlMaxDepth (1000) sequences and mappings may be open at once;
-//     the start of one more fails. This keeps the recursive walks of a value
-//     tree (copy, destruction, writers) within a small stack.
+//     the start of one more fails with the nesting message. The same bound
+//     holds for the tree that aliases build: an alias whose copy would nest
+//     deeper than kYamlMaxDepth containers where it lands fails with the
+//     nesting message too (anchors that each wrap an alias of the one
+//     before would otherwise deepen the tree by one level per alias).
 //   * Aliases may cost at most kYamlMaxAliasNodes (1,000,000) units in
 //     total per document: one per node copied (scalar, sequence or mapping),
 //     one more per 64 bytes of copied text, and one per step of the path

@@ -183,7 +183,23 @@ TEST(YamlReaderTest, HostileInputEndsInErrors) {
   std::string flood = "a: &k " + std::string(6400, 'x') + "\nb: [";
   for (int i = 0; i < 10000; ++i) flood += "*k, ";
   flood += "]";
+  // Each anchor wraps an alias of the one before, one level deeper each
+  // line, within the expansion budget (about 500,000 nodes in all). The
+  // copy of a998 (999 levels) lands below the root mapping and a999's
+  // sequence: 1001 levels, refused at the alias on line 1000, column 14.
+  std::string wrapping = "a0: &a0 [1]\n";
+  for (int level = 1; level < 1100; ++level) {
+    const std::string name = "a" + std::to_string(level);
+    wrapping += name + ": &" + name + " [*a" + std::to_string(level - 1) + "]\n";
+  }
+  // An alias of a node 995 levels deep copied below ten more.
+  const std::string deep_copy =
+      "a: &a " + Nested(995, true) + "\nb: " + std::string(10, '[') + "*a" + std::string(10, ']');
   ExpectRows({
+      {"anchors wrapping aliases of the one before", wrapping, false,
+       "Nesting exceeds 1000 levels. At line: 1000 col: 14"},
+      {"a deep node copied below more nesting", deep_copy, false,
+       "Nesting exceeds 1000 levels. At line: 2 col: 14"},
       {"alias flood of a long text", flood, false,
        "Alias expansion exceeds 1000000 nodes. Alias \"k\". At line: 2 col: 39217"},
       {"alias bomb", bomb, false,
