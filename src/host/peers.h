@@ -97,6 +97,9 @@ class Peers {
   const std::vector<PeerEvent>& delivered_events() const { return delivered_events_; }
   // Service-proxy answers waiting for a later yield.
   size_t pending_answers() const { return pending_answers_; }
+  // Forgets the recorded gatekeeper queries and delivered events (a long
+  // run of calls would otherwise keep them all); the state stays.
+  void ClearRecords();
 
  private:
   struct ServiceAnswer {

@@ -109,6 +109,14 @@ HostAnswer HostAnswer::Stream(std::vector<std::string> chunks, uint32_t status) 
   return answer;
 }
 
+HostAnswer HostAnswer::Record(const KavHostValue& record, uint32_t status) {
+  HostAnswer answer;
+  answer.kind = Kind::kRecord;
+  answer.status = status;
+  answer.record = record;
+  return answer;
+}
+
 // ---- Lifecycle ----------------------------------------------------------------
 
 ReferenceHost::ReferenceHost(std::string plugin_path) : plugin_path_(std::move(plugin_path)) {
@@ -297,6 +305,9 @@ void ReferenceHost::FillResponse(KavResponse& response, HostAnswer answer) {
   switch (answer.kind) {
     case HostAnswer::Kind::kBody:
       response.body = storage->arena.Build(answer.body);
+      break;
+    case HostAnswer::Kind::kRecord:
+      response.body = answer.record;
       break;
     case HostAnswer::Kind::kError:
       response.error = storage->arena.Text(answer.error);
