@@ -318,7 +318,7 @@ void ReferenceHost::FillResponse(KavResponse& response, HostAnswer answer) {
       for (const std::string& chunk : answer.chunks) length += chunk.size();
       response.stream_read = &ReadStream;
       response.stream_close = answer.closable ? &CloseStream : nullptr;
-      response.stream_length = static_cast<uint32_t>(length);
+      response.stream_length = answer.announced_length.value_or(static_cast<uint32_t>(length));
       storage->chunks = std::move(answer.chunks);
       storage->failing_read = answer.failing_read;
       break;

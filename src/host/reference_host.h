@@ -128,6 +128,9 @@ struct HostAnswer {
   int failing_read = -1;            // kStream: index of a read that fails; -1 none
   KavHostValue record{};            // kRecord
   bool closable = true;             // kStream: whether a close function is given
+  // kStream: the expected length the response announces; when unset, the
+  // chunks' total.
+  std::optional<uint32_t> announced_length;
 };
 
 using ResourceHandler = std::function<HostAnswer(const RecordedRequest& request)>;

@@ -102,9 +102,11 @@ struct Delivery {
   // An event delivered before the call (none when the name is empty).
   std::string event_name = {};
   KavHostValue event_payload = {};
-  // A request of the plugin answered with `answer` during the call.
+  // A request of the plugin answered with `answer` (or `streamed`, when it
+  // is set) during the call.
   std::string answered_path = {};
   KavHostValue answer = {};
+  std::optional<HostAnswer> streamed = {};
 };
 
 struct Outcome {
@@ -178,7 +180,8 @@ class HostileInputTest : public ::testing::Test {
   Outcome Deliver(const Delivery& delivery) {
     ReferenceHost& host = host_.host();
     if (!delivery.answered_path.empty()) {
-      host.SetResource(delivery.answered_path, KAV_METHOD_GET, HostAnswer::Record(delivery.answer));
+      host.SetResource(delivery.answered_path, KAV_METHOD_GET,
+                       delivery.streamed.value_or(HostAnswer::Record(delivery.answer)));
     }
     Outcome outcome;
     const std::string path = delivery.url.substr(0, delivery.url.find('?'));
@@ -241,6 +244,8 @@ TEST_F(HostileInputTest, EachKindAnswersWithinItsBudgets) {
   const std::string custom = "/kav-queue-eligibility/v3/custom?teamSize=5&pickMode=BLIND";
   const std::string too_deep = " because the input nests more than 1000 levels deep.";
   const std::string deep_path = "summonerIds" + Repeated(".0", 40);
+  HostAnswer announcing_4_gib = HostAnswer::Stream({R"({"isDisabled":false})"});
+  announcing_4_gib.announced_length = 0xFFFFFFFFu;
   std::string huge_msgpack_body = "\xdd\xff\xff\xff\xff";  // array 32 of 2^32 - 1 elements
   huge_msgpack_body += Repeated("\x01", 1000);
   struct Row {
@@ -334,6 +339,11 @@ TEST_F(HostileInputTest, EachKindAnswersWithinItsBudgets) {
         .answered_path = "/kav-kr-shutdown-law/v1/custom-status",
         .answer = records.Chain(200000, true)},
        "Couldn't assign value to '<result>'" + too_deep},
+      {"a streamed answer announcing 4 GiB",
+       {.url = custom,
+        .answered_path = "/kav-kr-shutdown-law/v1/custom-status",
+        .streamed = announcing_4_gib},
+       ""},
       {"an answer declaring 2^32 - 1 elements",
        {.method = KAV_METHOD_POST,
         .url = v1,
