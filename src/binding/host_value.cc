@@ -6,6 +6,7 @@
 #include <new>
 #include <span>
 
+#include "binding/conversion_rules.h"
 #include "binding/type_registry.h"
 #include "diagnostics/format.h"
 #include "platform/allocation.h"
@@ -342,7 +343,8 @@ bool FromHostValueAt(BindingResult& status, BindingProperty& target, const KavHo
 
 bool FromHostValue(BindingResult& status, BindingProperty& target, const KavHostValue& source,
                    std::string_view path) {
-  return FromHostValueAt(status, target, source, path, 0);
+  ConvertWithoutThrowing(status, path, [&] { FromHostValueAt(status, target, source, path, 0); });
+  return status.Ok();
 }
 
 bool ToHostValue(KavHostValue& target, const BindingProperty& source,

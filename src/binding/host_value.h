@@ -63,7 +63,9 @@ const char* HostValueKindName(uint32_t kind);
 //     pointer): "Couldn't assign value to '<path>' because the input holds
 //     <count> elements, more than 268435455." / "... because the input's
 //     <count> elements are missing."
-// Never throws but std::bad_alloc when memory runs out.
+//   running out of memory: "Couldn't assign value to '<path>' because the
+//     input does not fit in memory."
+// Nothing is thrown.
 bool FromHostValue(BindingResult& status, BindingProperty& target, const KavHostValue& source,
                    std::string_view path);
 

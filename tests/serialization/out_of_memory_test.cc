@@ -1,7 +1,8 @@
-// Readers that run out of memory report it as their error result instead of
-// throwing. Each row reads a document that needs far more memory than its
-// process may still take (its address space is capped just above what it
-// uses), in a child process so that the cap binds nobody else.
+// Readers and conversions that run out of memory report it as their error
+// result instead of throwing. Each row reads a document (or converts a
+// value) that needs far more memory than its process may still take (its
+// address space is capped just above what it uses), in a child process so
+// that the cap binds nobody else.
 #include <sys/resource.h>
 
 #include <gtest/gtest.h>
@@ -13,6 +14,9 @@
 #include <string>
 #include <vector>
 
+#include "binding/conversion.h"
+#include "binding/host_value.h"
+#include "binding/type_registry.h"
 #include "platform/sanitizers.h"
 #include "serialization/json.h"
 #include "serialization/msgpack.h"
@@ -40,7 +44,7 @@ struct Row {
   std::string error_end;
 };
 
-TEST(ReaderMemoryDeathTest, ExhaustedMemoryIsAnErrorResult) {
+TEST(OutOfMemoryDeathTest, ReadersAndConversionsAnswerAnError) {
 #if defined(KAV_ADDRESS_SANITIZER)
   GTEST_SKIP() << "AddressSanitizer reserves the address space it shadows; a cap breaks it";
 #endif
@@ -57,6 +61,17 @@ TEST(ReaderMemoryDeathTest, ExhaustedMemoryIsAnErrorResult) {
   for (uint32_t i = 0; i < kElements; ++i) json += "0,";
   json.back() = ']';
 
+  // Host records of kElements null values, and a value of as many empty
+  // elements, converted to a vector of strings (32 bytes each or 24).
+  std::vector<KavHostValue> null_records(kElements, KavHostValue{});
+  KavHostValue host_array{};
+  host_array.kind = KAV_VALUE_ARRAY;
+  host_array.payload.ref.data = null_records.data();
+  host_array.payload.ref.size = kElements;
+  BindingProperty empties;
+  empties.At(kElements - 1);
+  TypeRegistry registry;
+
   const Row rows[] = {
       {"MessagePack",
        [&] {
@@ -67,6 +82,22 @@ TEST(ReaderMemoryDeathTest, ExhaustedMemoryIsAnErrorResult) {
       {"YAML", [&] { return ReadYaml(yaml); }, "YAML document does not fit in memory. At line: 1",
        ""},
       {"JSON", [&] { return DeserializeJson(json); }, "Error: Out of memory. at offset ", "."},
+      {"host value",
+       [&] {
+         BindingResult status;
+         BindingProperty target;
+         (void)FromHostValue(status, target, host_array, "arg");
+         return status;
+       },
+       "Couldn't assign value to 'arg' because the input does not fit in memory.", ""},
+      {"conversion to a vector",
+       [&] {
+         BindingResult status;
+         std::vector<std::string> native;
+         (void)FromBindingProperty(status, empties, "arg", native, registry);
+         return status;
+       },
+       "Couldn't assign value to 'arg' because the input does not fit in memory.", ""},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
