@@ -1,17 +1,25 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need, when missing.
-# Usage: scripts/install-deps.sh [--bench]
+# Usage: scripts/install-deps.sh [--bench] [--fuzz]
 # Safe to run repeatedly; does nothing when everything is present.
 set -uo pipefail
 
 want_bench=0
-[[ "${1:-}" == "--bench" ]] && want_bench=1
+want_fuzz=0
+for option in "$@"; do
+  [[ "$option" == "--bench" ]] && want_bench=1
+  [[ "$option" == "--fuzz" ]] && want_fuzz=1
+done
 
 packages=(cmake ninja-build g++ g++-multilib pkg-config rapidjson-dev libyaml-dev
           libyaml-dev:i386 googletest libgtest-dev libgmock-dev libbenchmark-dev clang-format
           libcpp-httplib-dev libcli11-dev)
 if (( want_bench )); then
   packages+=(libyaml-cpp-dev libmsgpack-cxx-dev wrk curl)
+fi
+if (( want_fuzz )); then
+  # clang with libFuzzer and the sanitizer runtimes (the "fuzz" preset).
+  packages+=(clang libclang-rt-dev)
 fi
 
 missing=()

@@ -35,11 +35,13 @@ BindingResult ToBindingProperty(const T& native, const TypeRegistry& registry) {
 
 // Assigns `source` to `native`, reporting into `status` (which must be ok to
 // read anything; see conversion_rules.h for what a failure leaves behind).
-// `path` names the value in messages. Returns status.Ok().
+// `path` names the value in messages. Running out of memory is a failure
+// too; nothing is thrown. Returns status.Ok().
 template <class T>
 bool FromBindingProperty(BindingResult& status, const BindingProperty& source,
                          std::string_view path, T& native, const TypeRegistry& registry) {
-  ValueTraits<T>::From(status, native, source, path, nullptr, registry);
+  ConvertWithoutThrowing(
+      status, path, [&] { ValueTraits<T>::From(status, native, source, path, nullptr, registry); });
   return status.Ok();
 }
 

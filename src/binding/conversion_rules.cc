@@ -66,6 +66,11 @@ void ReportNotStructureForMap(BindingResult& status, std::string_view path) {
       "Couldn't assign value to '%1' of type map because the input not a structure.", {path}));
 }
 
+void ReportNotInMemory(BindingResult& status, std::string_view path) {
+  status.SetError(FormatMessage(
+      "Couldn't assign value to '%1' because the input does not fit in memory.", {path}));
+}
+
 void BoolFromProperty(BindingResult& status, bool& out, const BindingProperty& source,
                       std::string_view path) {
   out = false;

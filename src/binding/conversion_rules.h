@@ -14,6 +14,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -88,6 +90,23 @@ bool IsDefaultValue(const BindingProperty& value);
 // The container messages, kept out of the templates.
 void ReportNotCollection(BindingResult& status, std::string_view path);
 void ReportNotStructureForMap(BindingResult& status, std::string_view path);
+// "Couldn't assign value to '<path>' because the input does not fit in
+// memory."
+void ReportNotInMemory(BindingResult& status, std::string_view path);
+
+// Runs `convert`, a conversion that reports into `status`, so that no
+// exception leaves it: running out of memory (or a native container beyond
+// its size limit) becomes the failure of ReportNotInMemory.
+template <class ConvertFn>
+void ConvertWithoutThrowing(BindingResult& status, std::string_view path, ConvertFn&& convert) {
+  try {
+    convert();
+  } catch (const std::bad_alloc&) {
+    ReportNotInMemory(status, path);
+  } catch (const std::length_error&) {
+    ReportNotInMemory(status, path);
+  }
+}
 
 }  // namespace kav
 

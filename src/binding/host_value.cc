@@ -1,9 +1,12 @@
 #include "binding/host_value.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <span>
 
+#include "binding/conversion_rules.h"
 #include "binding/type_registry.h"
 #include "diagnostics/format.h"
 #include "platform/allocation.h"
@@ -39,6 +42,9 @@ Record* SetZeroedRecords(KavHostValue& target, uint32_t kind, size_t count) {
     SetReference(target, kind, nullptr, 0);
     return nullptr;
   }
+  // The count field is 32 bits wide, and in a 32-bit process the block's
+  // size must not wrap.
+  if (count > UINT32_MAX || count > SIZE_MAX / sizeof(Record)) throw std::bad_alloc();
   auto* records = static_cast<Record*>(PluginAllocate(count * sizeof(Record)));
   std::memset(static_cast<void*>(records), 0, count * sizeof(Record));
   SetReference(target, kind, records, count);
@@ -57,7 +63,9 @@ std::string_view UpToFirstNul(std::string_view text) {
 
 // Frees every block that `value` owns, depth first, leaving the record
 // itself as it is: the records inside an array or map die with the block
-// that holds them, so only the outermost one needs resetting.
+// that holds them, so only the outermost one needs resetting. The plugin
+// releases only values that it built, which nest at most kHostValueMaxDepth
+// deep, so the recursion is bounded.
 void FreeOwnedBlocks(const KavHostValue& value) noexcept {
   void* data = const_cast<void*>(value.payload.ref.data);
   const uint32_t size = value.payload.ref.size;
@@ -139,8 +147,11 @@ void TrimHostMap(KavHostValue& target, size_t count) noexcept {
   target.payload.ref.size = static_cast<uint32_t>(count);
 }
 
-void BuildHostValue(KavHostValue& target, const BindingProperty& source,
-                    const TypeRegistry* registry) {
+namespace {
+
+// BuildHostValue of a source whose containers lie below `depth` others.
+void BuildHostValueAt(KavHostValue& target, const BindingProperty& source,
+                      const TypeRegistry* registry, size_t depth) {
   switch (source.Kind()) {
     case BindingKind::kEmpty:
       return;
@@ -177,23 +188,32 @@ void BuildHostValue(KavHostValue& target, const BindingProperty& source,
       return;
     }
     case BindingKind::kCollection: {
+      if (depth >= kHostValueMaxDepth) throw HostValueTooDeep();
       const size_t count = source.Size();
       KavHostValue* elements = SetHostArray(target, count);
       for (size_t index = 0; index < count; ++index) {
-        BuildHostValue(elements[index], source.At(index), registry);
+        BuildHostValueAt(elements[index], source.At(index), registry, depth + 1);
       }
       return;
     }
     case BindingKind::kStructure: {
+      if (depth >= kHostValueMaxDepth) throw HostValueTooDeep();
       KavHostMapEntry* entries = SetHostMap(target, source.Size());
       for (auto [name, member] : source.Members()) {
         KavHostMapEntry& entry = *entries++;
         SetHostKey(entry, name);
-        BuildHostValue(entry.value, member, registry);
+        BuildHostValueAt(entry.value, member, registry, depth + 1);
       }
       return;
     }
   }
+}
+
+}  // namespace
+
+void BuildHostValue(KavHostValue& target, const BindingProperty& source,
+                    const TypeRegistry* registry) {
+  BuildHostValueAt(target, source, registry, 0);
 }
 
 const char* HostValueKindName(uint32_t kind) {
@@ -221,8 +241,39 @@ const char* HostValueKindName(uint32_t kind) {
   }
 }
 
-bool FromHostValue(BindingResult& status, BindingProperty& target, const KavHostValue& source,
-                   std::string_view path) {
+namespace {
+
+// FromHostValue of a source whose arrays and maps lie below `depth` others.
+bool FromHostValueAt(BindingResult& status, BindingProperty& target, const KavHostValue& source,
+                     std::string_view path, size_t depth);
+
+// Checks what an array or map at `depth` declares before any element is
+// read; false, with the failure reported, when it cannot be read.
+bool CheckContainer(BindingResult& status, const void* data, uint32_t count, std::string_view path,
+                    size_t depth) {
+  if (depth >= kHostValueMaxDepth) {
+    status.SetError(FormatMessage(
+        "Couldn't assign value to '%1' because the input nests more than %2 levels deep.",
+        {path, kHostValueMaxDepth}));
+    return false;
+  }
+  if (count > kHostValueMaxElements) {
+    status.SetError(FormatMessage(
+        "Couldn't assign value to '%1' because the input holds %2 elements, more than %3.",
+        {path, count, kHostValueMaxElements}));
+    return false;
+  }
+  if (count != 0 && data == nullptr) {
+    status.SetError(
+        FormatMessage("Couldn't assign value to '%1' because the input's %2 elements are missing.",
+                      {path, count}));
+    return false;
+  }
+  return true;
+}
+
+bool FromHostValueAt(BindingResult& status, BindingProperty& target, const KavHostValue& source,
+                     std::string_view path, size_t depth) {
   target.Clear();
   const uint32_t kind = source.kind;
   const void* data = source.payload.ref.data;
@@ -253,21 +304,29 @@ bool FromHostValue(BindingResult& status, BindingProperty& target, const KavHost
           std::span<const uint8_t>(static_cast<const uint8_t*>(data), data != nullptr ? size : 0));
       return status.Ok();
     case KAV_VALUE_ARRAY: {
+      if (!CheckContainer(status, data, size, path, depth)) return false;
       const auto* elements = static_cast<const KavHostValue*>(data);
       target.MakeCollection();
-      target.Reserve(size);
+      // The count is the host's word; room beyond the limit is made as the
+      // elements arrive.
+      target.Reserve(std::min(size, kHostValueReserveLimit));
       for (uint32_t index = 0; index < size; ++index) {
-        if (!FromHostValue(status, target.At(index), elements[index], path)) return false;
+        if (!FromHostValueAt(status, target.At(index), elements[index], path, depth + 1)) {
+          return false;
+        }
       }
       return status.Ok();
     }
     case KAV_VALUE_MAP: {
+      if (!CheckContainer(status, data, size, path, depth)) return false;
       const auto* entries = static_cast<const KavHostMapEntry*>(data);
       target.MakeStructure();
       for (uint32_t index = 0; index < size; ++index) {
         const KavHostMapEntry& entry = entries[index];
         const char* key = entry.key != nullptr ? entry.key : "";
-        if (!FromHostValue(status, target.Member(key), entry.value, path)) return false;
+        if (!FromHostValueAt(status, target.Member(key), entry.value, path, depth + 1)) {
+          return false;
+        }
       }
       return status.Ok();
     }
@@ -278,6 +337,14 @@ bool FromHostValue(BindingResult& status, BindingProperty& target, const KavHost
           {path, HostValueKindName(kind)}));
       return false;
   }
+}
+
+}  // namespace
+
+bool FromHostValue(BindingResult& status, BindingProperty& target, const KavHostValue& source,
+                   std::string_view path) {
+  ConvertWithoutThrowing(status, path, [&] { FromHostValueAt(status, target, source, path, 0); });
+  return status.Ok();
 }
 
 bool ToHostValue(KavHostValue& target, const BindingProperty& source,

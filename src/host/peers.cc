@@ -301,6 +301,11 @@ HostAnswer Peers::RegularAnswer(const RecordedRequest& request, std::string_view
   return HostAnswer::Body(std::move(*value));
 }
 
+void Peers::ClearRecords() {
+  gatekeeper_queries_.clear();
+  delivered_events_.clear();
+}
+
 std::optional<uint64_t> Peers::CurrentSummonerId() const {
   if (state_.current_summoner.has_value()) return state_.current_summoner;
   if (state_.session.has_value()) return state_.session->summoner_id;
@@ -588,11 +593,6 @@ std::vector<std::string> Peers::ResourcePaths() const {
   paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
   std::erase_if(paths, [&](const std::string& path) { return !ResourceValue(path).has_value(); });
   return paths;
-}
-
-void Peers::ClearRecords() {
-  gatekeeper_queries_.clear();
-  delivered_events_.clear();
 }
 
 }  // namespace kav::host

@@ -109,6 +109,14 @@ HostAnswer HostAnswer::Stream(std::vector<std::string> chunks, uint32_t status) 
   return answer;
 }
 
+HostAnswer HostAnswer::Record(const KavHostValue& record, uint32_t status) {
+  HostAnswer answer;
+  answer.kind = Kind::kRecord;
+  answer.status = status;
+  answer.record = record;
+  return answer;
+}
+
 // ---- Lifecycle ----------------------------------------------------------------
 
 ReferenceHost::ReferenceHost(std::string plugin_path) : plugin_path_(std::move(plugin_path)) {
@@ -299,6 +307,9 @@ void ReferenceHost::FillResponse(KavResponse& response, HostAnswer answer) {
     case HostAnswer::Kind::kBody:
       response.body = storage->arena.Build(answer.body);
       break;
+    case HostAnswer::Kind::kRecord:
+      response.body = answer.record;
+      break;
     case HostAnswer::Kind::kError:
       response.error = storage->arena.Text(answer.error);
       response.error_owned = 1;
@@ -308,7 +319,7 @@ void ReferenceHost::FillResponse(KavResponse& response, HostAnswer answer) {
       for (const std::string& chunk : answer.chunks) length += chunk.size();
       response.stream_read = &ReadStream;
       response.stream_close = answer.closable ? &CloseStream : nullptr;
-      response.stream_length = static_cast<uint32_t>(length);
+      response.stream_length = answer.announced_length.value_or(static_cast<uint32_t>(length));
       storage->chunks = std::move(answer.chunks);
       storage->failing_read = answer.failing_read;
       break;

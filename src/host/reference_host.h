@@ -108,13 +108,17 @@ struct RecordedRequest {
 
 // What the host answers to a request.
 struct HostAnswer {
-  enum class Kind : uint8_t { kBody, kError, kStream };
+  enum class Kind : uint8_t { kBody, kError, kStream, kRecord };
 
   static HostAnswer Body(Value body, uint32_t status = 200);
   // REQUIRES: `json` is valid JSON text (otherwise the body is null).
   static HostAnswer JsonBody(std::string_view json, uint32_t status = 200);
   static HostAnswer Error(uint32_t status, std::string text);
   static HostAnswer Stream(std::vector<std::string> chunks, uint32_t status = 200);
+  // The body as a record that the caller built and keeps alive until the
+  // response is released (any shape, however deep or malformed, reaches
+  // the plugin as it is).
+  static HostAnswer Record(const KavHostValue& record, uint32_t status = 200);
 
   Kind kind = Kind::kBody;
   uint32_t status = 200;
@@ -122,7 +126,11 @@ struct HostAnswer {
   std::string error;                // kError
   std::vector<std::string> chunks;  // kStream: one chunk at most per read
   int failing_read = -1;            // kStream: index of a read that fails; -1 none
+  KavHostValue record{};            // kRecord
   bool closable = true;             // kStream: whether a close function is given
+  // kStream: the expected length the response announces; when unset, the
+  // chunks' total.
+  std::optional<uint32_t> announced_length;
 };
 
 using ResourceHandler = std::function<HostAnswer(const RecordedRequest& request)>;

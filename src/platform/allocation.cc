@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "platform/block_cache.h"
+#include "platform/sanitizers.h"
 #include "platform/system_heap.h"
 
 namespace kav {
@@ -97,7 +98,7 @@ constexpr AllocationTable CountingAllocationTableOver(CountingContext* context) 
 // in place before the first allocation of any static constructor.
 constinit AllocationCounters g_counters;
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KAV_ADDRESS_SANITIZER)
 // Under AddressSanitizer every block goes straight back to the system heap,
 // so that the sanitizer sees each use after free.
 constinit CountingContext g_counting_context = {kSystemTable, &g_counters};

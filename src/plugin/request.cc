@@ -21,8 +21,9 @@ constexpr char kResponseConversionFormat[] =
 constexpr uint32_t kBadRequestStatus = 400;
 
 // The expected stream length is only a reservation hint from the host; a
-// larger hint is not trusted with an up-front allocation.
-constexpr uint32_t kMaximumStreamReservation = 16u << 20;
+// larger hint is not trusted with an up-front allocation (the text grows
+// as the bytes arrive).
+constexpr uint32_t kMaximumStreamReservation = 1u << 20;
 
 Failure RequestFailure(uint32_t code, const char* format, uint32_t method, std::string_view url,
                        std::string_view error) {

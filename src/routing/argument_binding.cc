@@ -15,8 +15,6 @@
 namespace kav {
 namespace {
 
-// Index paths may grow a collection argument to at most this many elements.
-constexpr unsigned long kMaxArgumentIndex = 0xFFFF;
 
 std::string Lower(std::string_view text) {
   std::string lowered(text);
@@ -206,6 +204,11 @@ void ArgumentBinder::BindOne(std::string_view key, std::string_view text,
 
 void ArgumentBinder::ApplyIndexPath(BindingProperty& value, size_t parameter, std::string_view path,
                                     std::string_view text) {
+  const std::string key = function_.parameters[parameter].name + "." + std::string(path);
+  if (IndexPathSegments(path) > kMaxIndexPathSegments) {
+    result_.SetError(FormatMessage(kIndexPathTooDeep, {key, kMaxIndexPathSegments}));
+    return;
+  }
   BindingProperty* target = &value;
   while (true) {
     size_t dot = path.find('.');
@@ -224,10 +227,21 @@ void ArgumentBinder::ApplyIndexPath(BindingProperty& value, size_t parameter, st
         return;
       }
       if (target->Kind() != BindingKind::kCollection) target->MakeCollection();
+      const size_t size = target->Size();
+      if (index >= size && !index_budget_.Charge(index + 1 - size)) {
+        result_.SetError(FormatMessage(kIndexPathOverBudget, {key, kMaxIndexPathElements}));
+        return;
+      }
       target = &target->At(static_cast<size_t>(index));
     } else {
       if (target->Kind() != BindingKind::kStructure) target->MakeStructure();
-      target = &target->Member(segment);
+      const size_t size = target->Size();
+      BindingProperty& member = target->Member(segment);
+      if (target->Size() != size && !index_budget_.Charge(1)) {
+        result_.SetError(FormatMessage(kIndexPathOverBudget, {key, kMaxIndexPathElements}));
+        return;
+      }
+      target = &member;
     }
     if (dot == std::string_view::npos) break;
     path = path.substr(dot + 1);

@@ -24,6 +24,7 @@
 #include "binding/binding_property.h"
 #include "binding/type_registry.h"
 #include "kav/plugin_host.h"
+#include "routing/argument_budget.h"
 #include "routing/route.h"
 
 namespace kav {
@@ -129,6 +130,7 @@ class ArgumentBinder {
   const Endpoint& endpoint_;
   BindingResult& result_;
   std::vector<BindingProperty> arguments_;
+  IndexPathBudget index_budget_;
 };
 
 }  // namespace kav

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <exception>
+#include <regex>
+#include <utility>
 
 #include "binding/type_registry.h"
 #include "diagnostics/format.h"
@@ -167,6 +169,7 @@ CompiledTemplate CompilePathTemplate(std::string_view path_template) {
   enum class State { kOutside, kPlain, kRest, kFragment };
   State state = State::kOutside;
   std::string name;
+  compiled.literals.emplace_back();
   for (char c : path_template) {
     if (state == State::kOutside) {
       if (c == '{') {
@@ -177,6 +180,7 @@ CompiledTemplate CompilePathTemplate(std::string_view path_template) {
       } else {
         if (NeedsEscape(c)) compiled.expression += '\\';
         compiled.expression += c;
+        compiled.literals.back() += c;
       }
       continue;
     }
@@ -187,10 +191,12 @@ CompiledTemplate CompilePathTemplate(std::string_view path_template) {
         kind = RouteParameterKind::kRest;
       } else if (state == State::kFragment) {
         compiled.expression += "#(.*)";
+        compiled.literals.back() += '#';
         kind = RouteParameterKind::kFragment;
       } else {
         compiled.expression += "([^/]*)";
       }
+      compiled.literals.emplace_back();
       compiled.parameters.push_back(RouteParameter{kind, std::move(name)});
       name.clear();
       state = State::kOutside;
@@ -235,13 +241,16 @@ Route::Route(const Endpoint& endpoint, std::string_view path_template)
     literal_path_ = std::move(compiled.literalPath);
     return;
   }
-  try {
-    pattern_ = std::make_shared<const std::regex>(compiled.expression,
-                                                  std::regex::ECMAScript | std::regex::optimize);
-  } catch (const std::exception&) {
-    valid_ = false;
-    parameters_.clear();
+  // Everything outside the parts is escaped, so the expression is literal
+  // texts and groups only, which the path pattern matches without the
+  // regular expression library's recursion.
+  std::vector<PathPattern::Group> groups;
+  groups.reserve(parameters_.size());
+  for (const RouteParameter& parameter : parameters_) {
+    groups.push_back(parameter.kind == RouteParameterKind::kPlain ? PathPattern::Group::kPlain
+                                                                  : PathPattern::Group::kRest);
   }
+  pattern_ = std::make_shared<const PathPattern>(std::move(compiled.literals), std::move(groups));
 }
 
 bool MatchRoute(const Route& route, std::string_view url, PathParameters& parameters) {
@@ -249,12 +258,11 @@ bool MatchRoute(const Route& route, std::string_view url, PathParameters& parame
   std::string_view path = PathOf(url);
   if (!route.pattern_) return path == route.literal_path_;
 
-  std::match_results<std::string_view::const_iterator> groups;
-  if (!std::regex_match(path.begin(), path.end(), groups, *route.pattern_)) return false;
-  for (size_t i = 1; i < groups.size() && i - 1 < route.parameters_.size(); ++i) {
-    std::string_view captured = path.substr(static_cast<size_t>(groups[i].first - path.begin()),
-                                            static_cast<size_t>(groups[i].length()));
-    parameters[route.parameters_[i - 1].name] = PercentDecode(captured);
+  std::vector<PathPattern::Capture> captures;
+  if (!route.pattern_->Match(path, captures)) return false;
+  for (size_t i = 0; i < captures.size() && i < route.parameters_.size(); ++i) {
+    parameters[route.parameters_[i].name] =
+        PercentDecode(path.substr(captures[i].offset, captures[i].length));
   }
   return true;
 }

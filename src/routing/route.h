@@ -11,9 +11,11 @@
 //   {+name}  rest part:    the rest of the URL, "(.*)"
 //   {#name}  fragment part: "#(.*)"
 //
-// Matching always requires the whole path to match; captured values are
-// percent-decoded. The query string (the text from the first "?") is cut off
-// before matching, so "/x?a=1" reaches the literal route "/x" and a part at
+// Matching always requires the whole path to match, with the captures that
+// the ECMAScript expression would give (routing/path_pattern.h matches it
+// without the regular expression library, in linear time and without
+// recursion over the URL); captured values are percent-decoded. The query string (the text from the
+// first "?") is cut off before matching, so "/x?a=1" reaches the literal route "/x" and a part at
 // the end of a template never swallows the query; call dispatch reads the
 // query separately.
 //
@@ -32,12 +34,13 @@
 
 #include <cstdint>
 #include <memory>
-#include <regex>
 #include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include "routing/path_pattern.h"
 
 namespace kav {
 
@@ -132,6 +135,9 @@ struct CompiledTemplate {
   std::string literalPath;
   std::string expression;  // the regular expression text, without anchors
   std::vector<RouteParameter> parameters;
+  // The texts around the parts, unescaped (one more than the parameters); a
+  // fragment part's "#" ends the text before it.
+  std::vector<std::string> literals;
 };
 
 // Converts a template; literal when it contains no "{". Characters of an
@@ -164,7 +170,7 @@ class Route {
   const Endpoint* endpoint_;
   bool valid_ = true;
   std::string literal_path_;
-  std::shared_ptr<const std::regex> pattern_;
+  std::shared_ptr<const PathPattern> pattern_;
   std::vector<RouteParameter> parameters_;
 };
 

@@ -25,6 +25,7 @@
 #include <utility>
 
 #include "binding/binding_property.h"
+#include "binding/conversion_rules.h"
 #include "binding/host_value.h"
 #include "binding/static_type.h"
 #include "binding/type_converter.h"
@@ -196,8 +197,10 @@ class TypedImplementation final : public FunctionImplementation {
     if (!result.Ok() || kIndex >= arguments.size()) return;
     const ParameterDescription& parameter = function_.parameters[kIndex];
     if (parameter.optional && arguments[kIndex].IsEmpty()) return;
-    ValueTraits<T>::From(result, value, arguments[kIndex], parameter.name, parameter.type.type,
-                         registry_);
+    ConvertWithoutThrowing(result, parameter.name, [&] {
+      ValueTraits<T>::From(result, value, arguments[kIndex], parameter.name, parameter.type.type,
+                           registry_);
+    });
   }
 
   // Passes each prepared value as the handler's parameter type asks: by

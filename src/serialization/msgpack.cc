@@ -2,7 +2,9 @@
 
 #include <array>
 #include <cstring>
+#include <new>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -105,6 +107,7 @@ constexpr std::string_view kTooDeep =
     "Invalid MessagePack data at position %1. Nesting exceeds %2 levels.";
 constexpr std::string_view kTooManyElements =
     "Invalid MessagePack data at position %1. Collection exceeds %2 elements.";
+constexpr std::string_view kOutOfMemory = "MessagePack data at position %1 does not fit in memory.";
 
 // An open container: the items still to come (a map counts keys and values
 // separately), the items started so far and the key of the entry being read.
@@ -124,7 +127,25 @@ class MessagePackReader {
     frames_.reserve(16);
   }
 
+  // Growing the value may throw (out of memory, or a collection beyond the
+  // value layer's bound); that ends decoding with an error, never thrown on.
   BindingResult Read(uint32_t& consumed) {
+    try {
+      Decode();
+    } catch (const std::bad_alloc&) {
+      frames_.clear();
+      Fail(FormatMessage(kOutOfMemory, {position_}));
+    } catch (const std::length_error&) {
+      frames_.clear();
+      Fail(FormatMessage(kTooManyElements, {position_, kMessagePackMaxElements}));
+    }
+    consumed = position_;
+    frames_.clear();  // frames point into the tree that SetError may release
+    return std::move(result_);
+  }
+
+ private:
+  void Decode() {
     bool root_started = false;
     while (result_.Ok() && position_ < count_) {
       BindingProperty* target = &result_;
@@ -152,12 +173,8 @@ class MessagePackReader {
       root_started = true;
       ReadValue(*target);
     }
-    consumed = position_;
-    frames_.clear();  // frames point into the tree that SetError may release
-    return std::move(result_);
   }
 
- private:
   uint32_t Remaining() const { return count_ - position_; }
 
   void Fail(std::string message) { result_.SetError(message); }

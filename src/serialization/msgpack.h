@@ -16,6 +16,10 @@
 //     (also for truncated length and count fields and floats of that width)
 //   "Invalid MessagePack data at position %1. Nesting exceeds %2 levels."
 //   "Invalid MessagePack data at position %1. Collection exceeds %2 elements."
+//   "MessagePack data at position %1 does not fit in memory."
+//
+// Nothing is thrown: running out of memory ends decoding with the last
+// message above.
 //
 // Limits for hostile input:
 //   * At most kMessagePackMaxDepth (1000) containers may be open at once; the

@@ -6,7 +6,9 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
+#include <new>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -40,6 +42,8 @@ constexpr std::string_view kTooDeep = "Nesting exceeds %1 levels. At line: %2 co
 constexpr std::string_view kAliasBudget =
     "Alias expansion exceeds %1 nodes. Alias \"%2\". At line: %3 col: %4";
 constexpr std::string_view kTooManyElements = "Sequence exceeds %1 elements. At line: %2 col: %3";
+constexpr std::string_view kOutOfMemory =
+    "YAML document does not fit in memory. At line: %1 col: %2";
 
 // The value layer's bound on the element count of a collection.
 constexpr size_t kMaxElements = 0x0FFFFFFF;
@@ -165,51 +169,95 @@ struct Frame {
   Anchor* open_anchor = nullptr;  // the anchor of this sequence or mapping
 };
 
-// The cost of copying `node`'s subtree through an alias: one per node and
-// one more per 64 bytes of string text. Stops as soon as the cost exceeds
-// `limit`. Iterative: the subtree may be deep.
-size_t CopyCost(const BindingProperty& node, size_t limit) {
-  size_t cost = 0;
-  std::vector<const BindingProperty*> pending{&node};
-  while (!pending.empty() && cost <= limit) {
-    const BindingProperty* current = pending.back();
+// What copying a node through an alias costs, and how deep it nests.
+struct CopyMeasure {
+  size_t cost = 0;   // one per node, one more per 64 bytes of string text
+  size_t depth = 0;  // sequences and mappings nested in the node, itself included
+};
+
+// Measures `node`'s subtree; stops as soon as the cost exceeds `limit`.
+// Iterative: the subtree may be deep.
+CopyMeasure MeasureCopy(const BindingProperty& node, size_t limit) {
+  CopyMeasure measure;
+  struct Pending {
+    const BindingProperty* node;
+    size_t depth;  // containers above it within the subtree
+  };
+  std::vector<Pending> pending{{&node, 0}};
+  while (!pending.empty() && measure.cost <= limit) {
+    const Pending current = pending.back();
     pending.pop_back();
-    ++cost;
-    if (current->Kind() == BindingKind::kString) {
-      cost += current->Size() / 64;
-    } else if (current->Kind() == BindingKind::kCollection) {
-      for (size_t i = 0, n = current->Size(); i < n; ++i) pending.push_back(&current->At(i));
-    } else if (current->Kind() == BindingKind::kStructure) {
-      for (auto [name, member] : current->Members()) pending.push_back(&member);
+    ++measure.cost;
+    const BindingKind kind = current.node->Kind();
+    if (kind == BindingKind::kString) {
+      measure.cost += current.node->Size() / 64;
+    } else if (kind == BindingKind::kCollection || kind == BindingKind::kStructure) {
+      measure.depth = std::max(measure.depth, current.depth + 1);
+      if (kind == BindingKind::kCollection) {
+        for (size_t i = 0, n = current.node->Size(); i < n; ++i) {
+          pending.push_back({&current.node->At(i), current.depth + 1});
+        }
+      } else {
+        for (auto [name, member] : current.node->Members()) {
+          pending.push_back({&member, current.depth + 1});
+        }
+      }
     }
   }
-  return cost;
+  return measure;
 }
+
+// Owns the parser and the current event: both are given back to libyaml on
+// every path out of a read.
+struct ParserResources {
+  yaml_parser_t parser;
+  yaml_event_t event;
+  bool initialized = false;
+
+  ParserResources() {
+    std::memset(&parser, 0, sizeof parser);
+    std::memset(&event, 0, sizeof event);  // deleting a zeroed event is harmless
+  }
+  ParserResources(const ParserResources&) = delete;
+  ParserResources& operator=(const ParserResources&) = delete;
+  ~ParserResources() {
+    yaml_event_delete(&event);
+    if (initialized) yaml_parser_delete(&parser);
+  }
+};
 
 class YamlReader {
  public:
   BindingResult Read(std::string_view text) {
-    yaml_parser_t parser;
+    ParserResources resources;
+    yaml_parser_t& parser = resources.parser;
+    yaml_event_t& event = resources.event;
     if (!yaml_parser_initialize(&parser)) {
       result_.SetError(FormatMessage(kParserError, {"cannot initialize the parser", 0, 0}));
       return std::move(result_);
     }
+    resources.initialized = true;
     yaml_parser_set_encoding(&parser, YAML_UTF8_ENCODING);
     static const unsigned char kNoText[1] = {0};
     const unsigned char* input =
         text.data() ? reinterpret_cast<const unsigned char*>(text.data()) : kNoText;
     yaml_parser_set_input_string(&parser, input, text.size());
 
-    PushRoot();
-    yaml_event_t event;
-    bool parsed = yaml_parser_parse(&parser, &event) != 0;
-    while (parsed && result_.Ok() && event.type != YAML_STREAM_END_EVENT) {
-      HandleEvent(event);
-      yaml_event_delete(&event);
-      if (!result_.Ok()) break;
-      parsed = yaml_parser_parse(&parser, &event) != 0;
+    // Growing the value may throw (out of memory); that ends the read with
+    // an error, never thrown on.
+    try {
+      PushRoot();
+      bool parsed = yaml_parser_parse(&parser, &event) != 0;
+      while (parsed && result_.Ok() && event.type != YAML_STREAM_END_EVENT) {
+        HandleEvent(event);
+        yaml_event_delete(&event);
+        if (!result_.Ok()) break;
+        parsed = yaml_parser_parse(&parser, &event) != 0;
+      }
+    } catch (const std::bad_alloc&) {
+      depth_ = 0;
+      FailAt(kOutOfMemory, event.start_mark);
     }
-    yaml_event_delete(&event);  // harmless on a deleted or never-filled event
     depth_ = 0;
 
     if (result_.Ok() && parser.error != YAML_NO_ERROR) {
@@ -217,7 +265,6 @@ class YamlReader {
       result_.SetError(FormatMessage(
           kParserError, {problem, parser.problem_mark.line, parser.problem_mark.column}));
     }
-    yaml_parser_delete(&parser);
     return std::move(result_);
   }
 
@@ -479,6 +526,7 @@ class YamlReader {
     const Anchor& anchor = found->second;
     size_t remaining = kYamlMaxAliasNodes - alias_cost_;
     size_t cost = 0;
+    size_t copied_depth = 0;
     const BindingProperty* source = nullptr;
     if (anchor.is_key_text) {
       cost = 1 + anchor.key_text.size() / 64;
@@ -486,10 +534,19 @@ class YamlReader {
       CollectSteps(anchor.path);
       cost = steps_.size();
       source = &Resolve();
-      cost += CopyCost(*source, remaining);
+      const CopyMeasure measure = MeasureCopy(*source, remaining);
+      cost += measure.cost;
+      copied_depth = measure.depth;
     }
     if (cost > remaining) {
       Fail(FormatMessage(kAliasBudget, {kYamlMaxAliasNodes, name, mark.line + 1, mark.column + 1}));
+      return;
+    }
+    // The copy lands below the containers open above the target: an alias
+    // of an anchor that wraps an alias of the one before would otherwise
+    // nest one level deeper each time.
+    if (!key_position && depth_ - 1 + copied_depth > kYamlMaxDepth) {
+      Fail(FormatMessage(kTooDeep, {kYamlMaxDepth, mark.line + 1, mark.column + 1}));
       return;
     }
     alias_cost_ += cost;

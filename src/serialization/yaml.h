@@ -40,18 +40,27 @@
 //   "Nesting exceeds %1 levels. At line: %2 col: %3"
 //   "Alias expansion exceeds %1 nodes. Alias "%2". At line: %3 col: %4"
 //   "Sequence exceeds %1 elements. At line: %2 col: %3"
+//   "YAML document does not fit in memory. At line: %1 col: %2"
 //   and the text conversion messages for "!!int" and "!!float" scalars.
+// Nothing is thrown: running out of memory ends the read with the message
+// above, and the parser and its event are given back to libyaml on every
+// path.
 //
 // Limits for hostile input:
 //   * At most kYamlMaxDepth (1000) sequences and mappings may be open at once;
-//     the start of one more fails. This keeps the recursive walks of a value
-//     tree (copy, destruction, writers) within a small stack.
-//   * Aliases may cost at most kYamlMaxAliasNodes (1,000,000) units in
+//     the start of one more fails with the nesting message. The same bound
+//     holds for the tree that aliases build: an alias whose copy would nest
+//     deeper than kYamlMaxDepth containers where it lands fails with the
+//     nesting message too (anchors that each wrap an alias of the one
+//     before would otherwise deepen the tree by one level per alias).
+//   * Aliases may cost at most kYamlMaxAliasNodes (100,000) units in
 //     total per document: one per node copied (scalar, sequence or mapping),
 //     one more per 64 bytes of copied text, and one per step of the path
 //     walked to find the anchored node. Nested-alias expansion bombs and
 //     floods of aliases to long texts or deep nodes end early with an error
-//     instead of exhausting memory or time.
+//     instead of exhausting memory or time. A copied node costs at most
+//     about 64 bytes (a structure member), so the copies of one document
+//     stay under about 7 MiB.
 //   * Anchored nodes are remembered by path in a tree of steps shared between
 //     anchors, so many anchors deep in a document cost memory in proportion
 //     to the input, not to anchors times depth.
@@ -70,7 +79,7 @@
 namespace kav {
 
 inline constexpr size_t kYamlMaxDepth = 1000;
-inline constexpr size_t kYamlMaxAliasNodes = 1000000;
+inline constexpr size_t kYamlMaxAliasNodes = 100000;
 
 // Reads the single document of `text`. An empty stream gives an empty value.
 BindingResult ReadYaml(std::string_view text);

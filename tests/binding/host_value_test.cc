@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -10,6 +11,7 @@
 #include "binding/property_text.h"
 #include "binding/type_registry.h"
 #include "platform/allocation.h"
+#include "support/small_stack.h"
 
 namespace kav::host_value_test {
 
@@ -192,6 +194,125 @@ TEST(HostValueTest, ReadsHostRecords) {
   EXPECT_EQ(KindOf(borrowed), static_cast<uint32_t>(KAV_VALUE_NULL));
   EXPECT_EQ(ReadMemoryStatistics().frees, before);
   EXPECT_STREQ(text, "abc");
+}
+
+// A chain of `depth` one-element arrays (or maps with the key "k") around
+// the signed value 1; `nodes` holds the records.
+KavHostValue Chain(size_t depth, bool maps, std::vector<KavHostValue>& nodes,
+                   std::vector<KavHostMapEntry>& entries) {
+  nodes.assign(depth + 1, KavHostValue{});
+  entries.assign(depth, KavHostMapEntry{});
+  nodes[depth] = HostSigned(1);
+  for (size_t level = depth; level-- > 0;) {
+    KavHostValue& node = nodes[level];
+    if (maps) {
+      entries[level] = KavHostMapEntry{"k", nodes[level + 1], 0};
+      node.kind = KAV_VALUE_MAP;
+      node.payload.ref.data = &entries[level];
+    } else {
+      node.kind = KAV_VALUE_ARRAY;
+      node.payload.ref.data = &nodes[level + 1];
+    }
+    node.payload.ref.size = 1;
+  }
+  return nodes[0];
+}
+
+KavHostValue Container(uint32_t kind, const void* data, uint32_t count) {
+  KavHostValue value{};
+  value.kind = kind;
+  value.payload.ref.data = data;
+  value.payload.ref.size = count;
+  return value;
+}
+
+TEST(HostValueTest, HostileRecordsAreRefusedBeforeTheyAreRead) {
+  // Each row's source is checked on a host-sized stack. Counts beyond the
+  // limit stand over a single record: nothing past the count check may be
+  // read.
+  const KavHostValue one = HostSigned(1);
+  const KavHostValue huge_count = Container(KAV_VALUE_ARRAY, &one, 0x10000000u);
+  const KavHostValue elements_then_huge[] = {HostSigned(5), huge_count};
+  struct Row {
+    const char* name;
+    size_t chain_depth;  // 0: `source` instead of a chain
+    bool maps;
+    KavHostValue source;
+    std::string expected_error;  // empty: converted
+  };
+  const std::string too_deep =
+      "Couldn't assign value to 'arg' because the input nests more than 1000 levels deep.";
+  const Row rows[] = {
+      {"arrays nested to the limit", kHostValueMaxDepth, false, {}, ""},
+      {"maps nested to the limit", kHostValueMaxDepth, true, {}, ""},
+      {"arrays nested past the limit", kHostValueMaxDepth + 1, false, {}, too_deep},
+      {"maps nested past the limit", kHostValueMaxDepth + 1, true, {}, too_deep},
+      {"a hostile chain", 200000, false, {}, too_deep},
+      {"an array count beyond the element limit", 0, false, huge_count,
+       "Couldn't assign value to 'arg' because the input holds 268435456 elements, more than "
+       "268435455."},
+      {"a map count of 2^32 - 1", 0, false, Container(KAV_VALUE_MAP, &one, 0xFFFFFFFFu),
+       "Couldn't assign value to 'arg' because the input holds 4294967295 elements, more than "
+       "268435455."},
+      {"a count beyond the limit inside an array", 0, false,
+       Container(KAV_VALUE_ARRAY, elements_then_huge, 2),
+       "Couldn't assign value to 'arg' because the input holds 268435456 elements, more than "
+       "268435455."},
+      {"an array count without elements", 0, false, Container(KAV_VALUE_ARRAY, nullptr, 3),
+       "Couldn't assign value to 'arg' because the input's 3 elements are missing."},
+      {"a map count without entries", 0, false, Container(KAV_VALUE_MAP, nullptr, 1),
+       "Couldn't assign value to 'arg' because the input's 1 elements are missing."},
+      {"no elements and no pointer", 0, false, Container(KAV_VALUE_ARRAY, nullptr, 0), ""},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::vector<KavHostValue> nodes;
+    std::vector<KavHostMapEntry> entries;
+    const KavHostValue source =
+        row.chain_depth != 0 ? Chain(row.chain_depth, row.maps, nodes, entries) : row.source;
+    BindingResult status;
+    BindingProperty target;
+    bool converted = false;
+    testing_support::RunOnSmallStack(
+        [&] { converted = FromHostValue(status, target, source, "arg"); });
+    EXPECT_EQ(converted, row.expected_error.empty());
+    EXPECT_EQ(status.Error(), row.expected_error);
+  }
+}
+
+TEST(HostValueTest, ValuesNestedPastTheLimitAreNotHandedOver) {
+  struct Row {
+    const char* name;
+    size_t depth;
+    bool structures;
+    bool converted;
+  };
+  const Row rows[] = {
+      {"collections nested to the limit", kHostValueMaxDepth, false, true},
+      {"structures nested to the limit", kHostValueMaxDepth, true, true},
+      {"collections nested past the limit", kHostValueMaxDepth + 1, false, false},
+      {"structures nested past the limit", kHostValueMaxDepth + 1, true, false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    BindingProperty source;
+    BindingProperty* node = &source;
+    for (size_t level = 0; level < row.depth; ++level) {
+      node = row.structures ? &node->Member("k") : &node->Append();
+    }
+    node->SetSigned(1);
+    const uint64_t before = ReadMemoryStatistics().BytesInUse();
+    KavHostValue host;
+    bool converted = false;
+    testing_support::RunOnSmallStack([&] { converted = ToHostValue(host, source, nullptr); });
+    EXPECT_EQ(converted, row.converted);
+    if (!converted) {
+      EXPECT_EQ(KindOf(host), static_cast<uint32_t>(KAV_VALUE_NULL));
+      EXPECT_EQ(ReadMemoryStatistics().BytesInUse(), before) << "what was built is freed";
+    }
+    testing_support::RunOnSmallStack([&] { ReleaseHostValue(host); });
+    EXPECT_EQ(ReadMemoryStatistics().BytesInUse(), before);
+  }
 }
 
 }  // namespace

@@ -299,6 +299,49 @@ TEST_F(DispatchTest, BindsQueryHeaderAndPathArguments) {
   }
 }
 
+TEST_F(DispatchTest, IndexPathsStayWithinTheirBudget) {
+  // What a few bytes of query may make the dispatcher build: at most 1024
+  // elements and members created by index paths per call, paths of at most
+  // 32 segments, indexes of at most 65535.
+  auto members = [](size_t count) {
+    std::string query;
+    for (size_t i = 0; i < count; ++i) {
+      query += (i == 0 ? "value.m" : "&value.m") + std::to_string(i) + "=1";
+    }
+    return query;
+  };
+  auto path = [](size_t segments) {
+    std::string key = "value";
+    for (size_t i = 0; i < segments; ++i) key += ".s";
+    return key;
+  };
+  const std::string over = " goes beyond the 1024 elements that index paths may create in one call";
+  struct Row {
+    const char* name;
+    std::string query;
+    std::string expected_error;
+  };
+  const Row rows[] = {
+      {"the last index within the budget", "value.1023=x", ""},
+      {"the first index beyond it", "value.1024=x", "Index path 'value.1024'" + over},
+      {"elements that exist cost nothing again", "value.1023=x&value.1000=y&value.0=z", ""},
+      {"nested collections add up", "value.600=a&value.0.600=b", "Index path 'value.0.600'" + over},
+      {"a repeated key counts once", "value.1000=a&value.1000=b", ""},
+      {"members count one each", members(1024), ""},
+      {"one member too many", members(1025), "Index path 'value.m1024'" + over},
+      {"a path of 32 segments", path(32) + "=x", ""},
+      {"a path of 33 segments", path(33) + "=x",
+       "Index path '" + path(33) + "' has more than 32 segments"},
+      {"an index beyond 65535", "value.65536=x", "Index 65536 is out of range"},
+      {"the budget is per call", "value.1023=x", ""},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    Outcome outcome = CallEntry("GetEcho", {.url = "/echo?" + row.query});
+    EXPECT_EQ(outcome.error, row.expected_error);
+  }
+}
+
 TEST_F(DispatchTest, BindsHostArgumentsAndBodies) {
   KavHostValue three{};
   three.kind = KAV_VALUE_SIGNED;

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "support/small_stack.h"
+
 namespace kav {
 namespace {
 
@@ -167,6 +169,74 @@ TEST(RouteMatchTest, MatchesWholePathAndDecodesValues) {
     Route route(endpoint);
     PathParameters parameters;
     EXPECT_EQ(MatchRoute(route, row.url, parameters), row.matches);
+    if (row.matches) {
+      EXPECT_THAT(parameters, UnorderedElementsAreArray(row.parameters));
+    }
+  }
+}
+
+TEST(RouteMatchTest, CapturesAsTheExpressionWouldOnAnyLength) {
+  // Where a path can be split between parts in several ways, the captures
+  // are those of the template's ECMAScript expression: each part takes as
+  // much as it can while the rest still matches. A rest part's "." stops at
+  // line breaks; a plain part's "[^/]" does not. Long paths are matched on
+  // a host-sized stack: a backtracking engine recurses once per character.
+  const std::string long_segment(1 << 20, 'a');
+  struct Row {
+    const char* name;
+    std::string path_template;
+    std::string url;
+    bool matches;
+    std::vector<std::pair<std::string, std::string>> parameters;
+  };
+  const std::vector<Row> rows = {
+      {"two rest parts: the first is greedy",
+       "/a/{+x}/{+y}",
+       "/a/1/2/3",
+       true,
+       {{"x", "1/2"}, {"y", "3"}}},
+      {"adjacent plain parts: the first takes all",
+       "/a/{x}{y}",
+       "/a/abc",
+       true,
+       {{"x", "abc"}, {"y", ""}}},
+      {"rest then fragment: the rest takes up to the last '#'",
+       "/x/{+a}{#b}",
+       "/x/1#2#3",
+       true,
+       {{"a", "1#2"}, {"b", "3"}}},
+      {"a fragment keeps later '#'", "/x/{#frag}", "/x/#a#b", true, {{"frag", "a#b"}}},
+      {"plain part then literal: backs off to the literal",
+       "/k/{x}-{y}",
+       "/k/a-b-c",
+       true,
+       {{"x", "a-b"}, {"y", "c"}}},
+      {"a rest part stops at a line feed", "/f/{+p}", "/f/a\nb", false, {}},
+      {"a rest part stops at a carriage return", "/f/{+p}", "/f/a\rb", false, {}},
+      {"a plain part takes a line feed", "/f/{p}", "/f/a\nb", true, {{"p", "a\nb"}}},
+      {"nothing left for the literal", "/a/{+x}/end", "/a/1/2/en", false, {}},
+      {"a long plain part", "/items/{id}", "/items/" + long_segment, true, {{"id", long_segment}}},
+      {"a long rest part",
+       "/files/{+path}",
+       "/files/" + long_segment,
+       true,
+       {{"path", long_segment}}},
+      {"a long path that does not match", "/files/{+path}/x", "/files/" + long_segment, false, {}},
+      {"a long path over many parts",
+       "/{a}/{+b}/{c}{d}",
+       "/" + long_segment + "/b/c",
+       true,
+       {{"a", long_segment}, {"b", "b"}, {"c", "c"}, {"d", ""}}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    Endpoint endpoint;
+    endpoint.pathTemplate = row.path_template;
+    Route route(endpoint);
+    PathParameters parameters;
+    bool matched = false;
+    testing_support::RunOnSmallStack([&] { matched = MatchRoute(route, row.url, parameters); });
+    EXPECT_EQ(matched, row.matches);
     if (row.matches) {
       EXPECT_THAT(parameters, UnorderedElementsAreArray(row.parameters));
     }

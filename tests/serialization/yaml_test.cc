@@ -177,19 +177,36 @@ TEST(YamlReaderTest, HostileInputEndsInErrors) {
     for (int i = 0; i < 9; ++i) bomb += (i ? ", " : "") + previous;
     bomb += "]\n";
   }
-  // The aliases of l1 to l5 copy 9 * (10 + 91 + 820 + 7381 + 66430) = 675,828
-  // nodes (plus one path step each); each alias in l6 (line 7) would copy
-  // the 597,871 nodes of l5, so its first one, at column 10, is refused.
+  // The aliases of l1 to l4 copy 9 * (10 + 91 + 820 + 7381) = 74,718 nodes
+  // (plus one path step each); each alias in l5 (line 6) would copy the
+  // 66,430 nodes of l4, so its first one, at column 10, is refused.
   // Aliases of a 6400-byte text: each costs 1 node + 100 text units + 1 path
-  // step, so alias 9804 (column 5 + 4 * 9803) crosses 1,000,000.
+  // step, so alias 981 (column 5 + 4 * 980) crosses 100,000.
   std::string flood = "a: &k " + std::string(6400, 'x') + "\nb: [";
   for (int i = 0; i < 10000; ++i) flood += "*k, ";
   flood += "]";
+  // Each anchor wraps an alias of the one before, one level deeper each
+  // line, starting 900 levels deep: a_k nests 900 + k levels, and the copy
+  // of a_(k-1) lands below the root mapping and a_k's sequence. Within the
+  // expansion budget (94,149 units up to a99), the copy of a99 in a100
+  // would nest 1001 levels: refused at line 101, column 14.
+  std::string wrapping = "a0: &a0 " + Nested(900, true) + "\n";
+  for (int level = 1; level < 150; ++level) {
+    const std::string name = "a" + std::to_string(level);
+    wrapping += name + ": &" + name + " [*a" + std::to_string(level - 1) + "]\n";
+  }
+  // An alias of a node 995 levels deep copied below ten more.
+  const std::string deep_copy =
+      "a: &a " + Nested(995, true) + "\nb: " + std::string(10, '[') + "*a" + std::string(10, ']');
   ExpectRows({
+      {"anchors wrapping aliases of the one before", wrapping, false,
+       "Nesting exceeds 1000 levels. At line: 101 col: 14"},
+      {"a deep node copied below more nesting", deep_copy, false,
+       "Nesting exceeds 1000 levels. At line: 2 col: 14"},
       {"alias flood of a long text", flood, false,
-       "Alias expansion exceeds 1000000 nodes. Alias \"k\". At line: 2 col: 39217"},
+       "Alias expansion exceeds 100000 nodes. Alias \"k\". At line: 2 col: 3925"},
       {"alias bomb", bomb, false,
-       "Alias expansion exceeds 1000000 nodes. Alias \"l5\". At line: 7 col: 10"},
+       "Alias expansion exceeds 100000 nodes. Alias \"l4\". At line: 6 col: 10"},
       {"flow nesting at the limit", Nested(kYamlMaxDepth, true), true,
        std::string(kYamlMaxDepth, '[') + "u1" + std::string(kYamlMaxDepth, ']')},
       {"flow nesting past the limit", Nested(kYamlMaxDepth + 1, true), false,
