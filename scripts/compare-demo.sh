@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Runs the kav-host demo with the Linux build and with a Windows build of
 # kav-host (under Wine) and fails when their answers differ. Line ends (CR LF
-# from the Windows C runtime) and the plugin's log time stamps are not
-# compared; everything else, the log lines included, must be equal.
+# from the Windows C runtime), the plugin's log time stamps and the expiry
+# times of restrictions (readings of the monotonic clock, which counts from a
+# different moment in each process) are not compared; everything else, the
+# log lines included, must be equal.
 #
 # Usage: scripts/compare-demo.sh build/windows-x64/kav-host.exe [linux-kav-host]
 set -euo pipefail
@@ -20,7 +22,9 @@ out=build/demo-compare
 mkdir -p "$out"
 name=$(basename "$(dirname "$windows_host")")
 normalize() {
-  tr -d '\r' | sed -E 's/[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}(\.[0-9]{3})?/<time>/g'
+  tr -d '\r' |
+    sed -E -e 's/[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}(\.[0-9]{3})?/<time>/g' \
+           -e 's/"expiredTimestamp": [1-9][0-9]*/"expiredTimestamp": <monotonic>/g'
 }
 "$linux_host" --verbose | normalize >"$out/linux.txt"
 scripts/wine-run.sh "$windows_host" --verbose | normalize >"$out/$name.txt"

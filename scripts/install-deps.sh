@@ -1,11 +1,21 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need, when missing.
-# Usage: scripts/install-deps.sh [--bench]
+# Usage: scripts/install-deps.sh [--bench] [--windows]
 # Safe to run repeatedly; does nothing when everything is present.
+# --windows also installs the MinGW-w64 cross compilers and Wine
+# (scripts/install-deps-windows.sh, scripts/install-wine32.sh).
 set -uo pipefail
 
 want_bench=0
-[[ "${1:-}" == "--bench" ]] && want_bench=1
+want_windows=0
+for option in "$@"; do
+  [[ "$option" == "--bench" ]] && want_bench=1
+  [[ "$option" == "--windows" ]] && want_windows=1
+done
+if (( want_windows )); then
+  bash "$(dirname "$0")/install-deps-windows.sh" || exit 1
+  bash "$(dirname "$0")/install-wine32.sh"
+fi
 
 packages=(cmake ninja-build g++ g++-multilib pkg-config rapidjson-dev libyaml-dev
           libyaml-dev:i386 googletest libgtest-dev libgmock-dev libbenchmark-dev clang-format)

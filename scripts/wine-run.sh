@@ -13,17 +13,27 @@ export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-mscoree,mshtml=}
 export WINEARCH=win64
 unset DISPLAY WAYLAND_DISPLAY
 
-# Debian's wine64 package puts its loader and server under /usr/lib/wine.
-wine=$(command -v wine64 || command -v wine || echo /usr/lib/wine/wine64)
-wineserver=$(command -v wineserver || echo /usr/lib/wine/wineserver)
+# Debian's wine64 package puts its loader and server under /usr/lib/wine;
+# the loader also starts 32-bit programs when wine32 is installed.
+wine=/usr/lib/wine/wine64
+wineserver=/usr/lib/wine/wineserver
+[[ -x $wine ]] || wine=$(command -v wine64 || command -v wine)
+[[ -x $wineserver ]] || wineserver=$(command -v wineserver)
 
-if [[ ! -f $WINEPREFIX/system.reg ]]; then
+# A prefix made before wine32 was installed cannot run 32-bit programs: it is
+# made again. The stamp records which parts of Wine made it.
+parts=64
+[[ -x /usr/lib/wine/wine ]] && parts=32+64
+stamp=$WINEPREFIX/.made-with-wine$parts
+if [[ ! -f $stamp ]]; then
   mkdir -p "$(dirname "$WINEPREFIX")"
   (
     flock 9
-    if [[ ! -f $WINEPREFIX/system.reg ]]; then
+    if [[ ! -f $stamp ]]; then
+      rm -rf "$WINEPREFIX"
       "$wine" wineboot --init >/dev/null 2>&1 || true
       "$wineserver" -w
+      touch "$stamp"
     fi
   ) 9>"$WINEPREFIX.lock"
 fi
