@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
 # Builds and tests the Windows configurations with Debian's MinGW-w64 cross
-# compilers: windows-i686, the product DLL (built, its export and import
-# tables checked, its tests run only where 32-bit Wine is installed), and
-# windows-x64, whose whole test suite runs under wine64. Then kav-host.exe
-# must print the same demo answers as the Linux build.
+# compilers: windows-i686, the product (the DLL and kav-host.exe built, the
+# DLL's export and import tables checked), and windows-x64, whose whole test
+# suite runs under wine64. Then each kav-host.exe that Wine can start (the
+# i686 one needs wine32) must print the same demo answers as the Linux build.
 #
-# Usage: scripts/test-windows.sh [preset...]   (default: both)
+# The i686 test suite takes a release build of every test program, which
+# CI's time does not allow; KAV_TEST_I686=1 builds and runs it under wine32.
+#
+# Usage: [KAV_TEST_I686=1] scripts/test-windows.sh [preset...]   (default: both)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -23,9 +26,13 @@ have_wine32() {
 for preset in "${presets[@]}"; do
   echo "=== ${preset}: configure and build"
   cmake --preset "$preset" >/dev/null
-  if [[ $preset == windows-i686 ]] && ! have_wine32; then
+  whole_suite=1
+  if [[ $preset == windows-i686 ]] && ! { [[ ${KAV_TEST_I686:-0} == 1 ]] && have_wine32; }; then
+    whole_suite=0
+  fi
+  if (( !whole_suite )); then
     cmake --build --preset "$preset" -j "$jobs" --target kav_queue_eligibility kav-host
-    echo "=== ${preset}: export and import tables (no 32-bit Wine: tests not run)"
+    echo "=== ${preset}: export and import tables"
     ctest --preset "$preset" -R '^plugin_exports_one_symbol$'
   else
     cmake --build --preset "$preset" -j "$jobs"
