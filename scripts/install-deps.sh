@@ -1,15 +1,29 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need, when missing.
-# Usage: scripts/install-deps.sh [--bench] [--fuzz]
+# Usage: scripts/install-deps.sh [--bench] [--fuzz] [--windows]
 # Safe to run repeatedly; does nothing when everything is present.
+# --windows also installs the MinGW-w64 cross compilers and wine64
+# (scripts/install-deps-windows.sh), and with KAV_WINE32=1 the 32-bit part of
+# Wine (scripts/install-wine32.sh).
 set -uo pipefail
 
 want_bench=0
 want_fuzz=0
+want_windows=0
 for option in "$@"; do
   [[ "$option" == "--bench" ]] && want_bench=1
   [[ "$option" == "--fuzz" ]] && want_fuzz=1
+  [[ "$option" == "--windows" ]] && want_windows=1
 done
+if (( want_windows )); then
+  bash "$(dirname "$0")/install-deps-windows.sh" || exit 1
+  # wine32 needs the i386 and amd64 versions of dozens of shared libraries
+  # aligned (scripts/install-wine32.sh pins them); that is slow and changes
+  # the system's libraries, so it is asked for explicitly.
+  if [[ ${KAV_WINE32:-0} == 1 ]]; then
+    bash "$(dirname "$0")/install-wine32.sh"
+  fi
+fi
 
 packages=(cmake ninja-build g++ g++-multilib pkg-config rapidjson-dev libyaml-dev
           libyaml-dev:i386 googletest libgtest-dev libgmock-dev libbenchmark-dev clang-format

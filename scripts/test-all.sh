@@ -1,19 +1,24 @@
 #!/usr/bin/env bash
-# Builds and tests every supported configuration: Linux x86-64, Linux i386 and
-# the AddressSanitizer+UndefinedBehaviorSanitizer build. Installs the Debian
+# Builds and tests every supported configuration: Linux x86-64, Linux i386,
+# the AddressSanitizer+UndefinedBehaviorSanitizer build, and the Windows DLL
+# (windows-* presets, through scripts/test-windows.sh). Installs the Debian
 # packages it needs first (as root), so it runs on a fresh Debian 12 machine.
 #
-# Usage: scripts/test-all.sh [preset...]   (default: all three)
+# Usage: scripts/test-all.sh [preset...]   (default: all five)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/install-deps.sh
 
 presets=("$@")
-(( ${#presets[@]} )) || presets=(linux-x64-debug linux-i386 asan-ubsan)
+(( ${#presets[@]} )) || presets=(linux-x64-debug linux-i386 asan-ubsan windows-i686 windows-x64)
 jobs=$(nproc 2>/dev/null || echo 2)
 
 for preset in "${presets[@]}"; do
+  if [[ $preset == windows-* ]]; then
+    bash scripts/test-windows.sh "$preset"
+    continue
+  fi
   echo "=== ${preset}: configure and build"
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset" -j "$jobs"

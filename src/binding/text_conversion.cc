@@ -6,13 +6,7 @@
 #include <string>
 
 #include "diagnostics/format.h"
-
-#if defined(_WIN32)
-#include <locale.h>
-#else
-#include <locale.h>
-#include <clocale>
-#endif
+#include "platform/classic_number.h"
 
 namespace kav {
 namespace {
@@ -35,26 +29,6 @@ struct TerminatedText {
   const char* end() const { return copy.c_str() + copy.size(); }
   std::string copy;
 };
-
-#if defined(_WIN32)
-using CLocale = _locale_t;
-CLocale ClassicLocale() {
-  static const CLocale locale = _create_locale(LC_ALL, "C");
-  return locale;
-}
-double ParseDouble(const char* text, char** end) {
-  return _strtod_l(text, end, ClassicLocale());
-}
-#else
-using CLocale = locale_t;
-CLocale ClassicLocale() {
-  static const CLocale locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
-  return locale;
-}
-double ParseDouble(const char* text, char** end) {
-  return strtod_l(text, end, ClassicLocale());
-}
-#endif
 
 }  // namespace
 
@@ -99,7 +73,7 @@ bool ParseFloatText(BindingResult& status, std::string_view text, std::string_vi
   TerminatedText terminated(text);
   char* stop = nullptr;
   errno = 0;
-  double parsed = ParseDouble(terminated.begin(), &stop);
+  double parsed = ParseClassicDouble(terminated.begin(), &stop);
   // ERANGE also reports underflow; only a result pushed to infinity overflowed.
   bool overflow = errno == ERANGE && std::isinf(parsed);
   if (stop != terminated.end()) return Fail(status, kIncorrectFormat, text, path, type_name);

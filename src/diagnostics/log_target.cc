@@ -135,6 +135,10 @@ bool StdErrLogTarget::Output(const LogRecord& record) {
   char line[kLogBufferSize];
   std::lock_guard<std::recursive_mutex> lock(target_lock());
   WriteAll(line, FormatLine(line, sizeof(line), record), stderr);
+  // Standard error is unbuffered on POSIX, but the Windows C runtime buffers
+  // it when it is no console: a line must be out before a fatal error ends
+  // the process.
+  std::fflush(stderr);
   return true;
 }
 

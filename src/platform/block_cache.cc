@@ -1,11 +1,16 @@
 #include "platform/block_cache.h"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
 #include "platform/system_heap.h"
+
+#if defined(_WIN32)
+#include <windows.h>
+#endif
 
 namespace kav {
 namespace {
@@ -67,14 +72,8 @@ struct ThreadBlockCache {
 // straight to the system heap.
 ThreadBlockCache* const kClosedCache = reinterpret_cast<ThreadBlockCache*>(uintptr_t{1});
 
-// The calling thread's cache: null before the first use, kClosedCache after
-// the thread's exit flush. Only a pointer lives in thread-local storage, so
-// that the initial-exec model (one instruction per access instead of a call
-// per access) costs the host's static TLS reserve a few bytes.
-#if defined(__GNUC__) && defined(__ELF__)
-[[gnu::tls_model("initial-exec")]]
-#endif
-constinit thread_local ThreadBlockCache* t_cache = nullptr;
+// Threads whose cache is made and not yet given back.
+constinit std::atomic<size_t> g_open_caches{0};
 
 void FlushClasses(ThreadBlockCache& cache) noexcept {
   for (size_t size_class = 0; size_class < kClassCount; ++size_class) {
@@ -89,29 +88,111 @@ void FlushClasses(ThreadBlockCache& cache) noexcept {
   }
 }
 
-struct CloseAtThreadExit {
-  ~CloseAtThreadExit() {
-    ThreadBlockCache* cache = t_cache;
-    t_cache = kClosedCache;
-    if (cache == nullptr || cache == kClosedCache) return;
-    FlushClasses(*cache);
-    std::free(cache);
+// Where the calling thread's cache pointer lives: LoadThreadCache gives null
+// before the first use and kClosedCache after the thread's exit flush;
+// ArmThreadExit makes CloseThreadCache run when the calling thread ends.
+void CloseThreadCache() noexcept;
+
+#if defined(_WIN32)
+// MinGW emulates thread_local: each access is a call, and when a thread ends
+// its emulated variables may be gone before the destructors of thread_local
+// objects run, which would then see a fresh null pointer and leak the cache.
+// The pointer lives in a system TLS slot instead, and a TLS callback, which
+// the loader calls at the end of every thread in programs and DLLs alike,
+// closes the cache.
+DWORD g_cache_slot = TLS_OUT_OF_INDEXES;
+
+DWORD CacheSlot() noexcept {
+  DWORD slot = __atomic_load_n(&g_cache_slot, __ATOMIC_ACQUIRE);
+  if (slot != TLS_OUT_OF_INDEXES) [[likely]]
+    return slot;
+  const DWORD fresh = TlsAlloc();
+  if (fresh == TLS_OUT_OF_INDEXES) return fresh;
+  if (!__atomic_compare_exchange_n(&g_cache_slot, &slot, fresh, false, __ATOMIC_ACQ_REL,
+                                   __ATOMIC_ACQUIRE)) {
+    TlsFree(fresh);  // another thread was first
+    return slot;
   }
+  return fresh;
+}
+
+// TlsGetValue clears the thread's last error; the allocator must not.
+inline ThreadBlockCache* LoadThreadCache() noexcept {
+  const DWORD slot = CacheSlot();
+  if (slot == TLS_OUT_OF_INDEXES) return kClosedCache;
+  const DWORD last_error = GetLastError();
+  void* cache = TlsGetValue(slot);
+  SetLastError(last_error);
+  return static_cast<ThreadBlockCache*>(cache);
+}
+
+inline void StoreThreadCache(ThreadBlockCache* cache) noexcept {
+  TlsSetValue(CacheSlot(), cache);
+}
+
+void ArmThreadExit() noexcept {}
+
+void NTAPI CloseCacheAtThreadExit(PVOID /*module*/, DWORD reason, PVOID /*reserved*/) {
+  if (reason == DLL_THREAD_DETACH) CloseThreadCache();
+}
+
+}  // namespace
+
+// Called by the loader; the section puts it in the module's TLS callback list.
+[[gnu::used,
+  gnu::section(".CRT$XLY")]] extern const PIMAGE_TLS_CALLBACK kav_close_block_cache_at_thread_exit =
+    CloseCacheAtThreadExit;
+
+namespace {
+#else
+// Only a pointer lives in thread-local storage, so that the initial-exec
+// model (one instruction per access instead of a call per access) costs the
+// host's static TLS reserve a few bytes.
+#if defined(__GNUC__) && defined(__ELF__)
+[[gnu::tls_model("initial-exec")]]
+#endif
+constinit thread_local ThreadBlockCache* t_cache = nullptr;
+
+inline ThreadBlockCache* LoadThreadCache() noexcept {
+  return t_cache;
+}
+
+inline void StoreThreadCache(ThreadBlockCache* cache) noexcept {
+  t_cache = cache;
+}
+
+struct CloseAtThreadExit {
+  ~CloseAtThreadExit() { CloseThreadCache(); }
 };
+
+void ArmThreadExit() noexcept {
+  // Constructing the object registers its destructor with the thread's exit.
+  thread_local CloseAtThreadExit close_at_exit;
+  (void)close_at_exit;
+}
+#endif
+
+void CloseThreadCache() noexcept {
+  ThreadBlockCache* cache = LoadThreadCache();
+  StoreThreadCache(kClosedCache);
+  if (cache == nullptr || cache == kClosedCache) return;
+  FlushClasses(*cache);
+  std::free(cache);
+  g_open_caches.fetch_sub(1, std::memory_order_relaxed);
+}
 
 // The calling thread's cache, made on first use; null once the thread is
 // ending or when no memory is left for it.
 [[gnu::noinline]] ThreadBlockCache* OpenCache() noexcept {
-  // Constructing the object registers its destructor with the thread's exit.
-  thread_local CloseAtThreadExit close_at_exit;
-  (void)close_at_exit;
+  ArmThreadExit();
   auto* cache = static_cast<ThreadBlockCache*>(std::calloc(1, sizeof(ThreadBlockCache)));
-  t_cache = cache;
+  if (cache != nullptr) g_open_caches.fetch_add(1, std::memory_order_relaxed);
+  StoreThreadCache(cache);
   return cache;
 }
 
 inline ThreadBlockCache* CurrentCache() noexcept {
-  ThreadBlockCache* cache = t_cache;
+  ThreadBlockCache* cache = LoadThreadCache();
   if (cache != nullptr && cache != kClosedCache) [[likely]]
     return cache;
   return cache == nullptr ? OpenCache() : nullptr;
@@ -209,15 +290,19 @@ size_t UsableSize(void* /*counters*/, const void* block) {
 }  // namespace block_cache_detail
 
 size_t CachedBlockCount() noexcept {
-  const ThreadBlockCache* cache = t_cache;
+  const ThreadBlockCache* cache = LoadThreadCache();
   if (cache == nullptr || cache == kClosedCache) return 0;
   size_t count = 0;
   for (uint16_t class_count : cache->counts) count += class_count;
   return count;
 }
 
+size_t OpenBlockCacheCount() noexcept {
+  return g_open_caches.load(std::memory_order_relaxed);
+}
+
 void FlushBlockCache() noexcept {
-  ThreadBlockCache* cache = t_cache;
+  ThreadBlockCache* cache = LoadThreadCache();
   if (cache != nullptr && cache != kClosedCache) FlushClasses(*cache);
 }
 

@@ -56,6 +56,10 @@ constexpr AllocationTable CountingCachedAllocationTable(AllocationCounters* coun
 // The number of blocks the calling thread's cache holds. For tests.
 size_t CachedBlockCount() noexcept;
 
+// The number of threads whose cache is made and not yet given back at their
+// exit. For tests.
+size_t OpenBlockCacheCount() noexcept;
+
 // Gives every block the calling thread's cache holds back to the system
 // heap. The cache stays usable.
 void FlushBlockCache() noexcept;

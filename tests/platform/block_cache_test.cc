@@ -95,17 +95,24 @@ TEST_F(BlockCacheTest, ResizeAndDuplicateWorkOnCachedBlocks) {
 // checker of the sanitizer build would see them otherwise), and a block
 // freed on another thread joins that thread's cache.
 TEST_F(BlockCacheTest, ThreadsKeepTheirOwnCaches) {
+  Free(Allocate(48));  // this thread's cache is open
+  FlushBlockCache();
+  const size_t open_before = OpenBlockCacheCount();
   std::vector<void*> from_thread;
   size_t cached_in_thread = 0;
+  size_t open_in_thread = 0;
   std::thread worker([&] {
     std::vector<void*> blocks;
     for (int i = 0; i < 100; ++i) blocks.push_back(Allocate(48));
     for (void* block : blocks) Free(block);
     cached_in_thread = CachedBlockCount();
+    open_in_thread = OpenBlockCacheCount();
     for (int i = 0; i < 3; ++i) from_thread.push_back(Allocate(48));
   });
   worker.join();
   EXPECT_EQ(cached_in_thread, 100u);
+  EXPECT_EQ(open_in_thread, open_before + 1);
+  EXPECT_EQ(OpenBlockCacheCount(), open_before) << "the worker's cache outlived the worker";
   EXPECT_EQ(CachedBlockCount(), 0u);
   for (void* block : from_thread) Free(block);
   EXPECT_EQ(CachedBlockCount(), 3u);
