@@ -1,10 +1,11 @@
-// Structural equality of two BindingProperty trees, for the round-trip
-// checks of the fuzz targets. Iterative: the trees may be deep.
+// Structural equality and depth of BindingProperty trees, for the checks of
+// the fuzz targets. Iterative: the trees may be deep.
 #ifndef KAV_FUZZ_SAME_VALUE_H_
 #define KAV_FUZZ_SAME_VALUE_H_
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <utility>
@@ -99,6 +100,25 @@ inline bool SameValue(const BindingProperty& written, const BindingProperty& rea
     }
   }
   return true;
+}
+
+// The number of collections and structures nested in `value`, itself
+// included (0 for a scalar). Iterative.
+inline size_t ContainerDepth(const BindingProperty& value) {
+  size_t deepest = 0;
+  std::vector<std::pair<const BindingProperty*, size_t>> pending{{&value, 0}};
+  while (!pending.empty()) {
+    const auto [node, above] = pending.back();
+    pending.pop_back();
+    if (node->Kind() == BindingKind::kCollection) {
+      deepest = std::max(deepest, above + 1);
+      for (size_t i = 0; i < node->Size(); ++i) pending.emplace_back(&node->At(i), above + 1);
+    } else if (node->Kind() == BindingKind::kStructure) {
+      deepest = std::max(deepest, above + 1);
+      for (auto [name, member] : node->Members()) pending.emplace_back(&member, above + 1);
+    }
+  }
+  return deepest;
 }
 
 }  // namespace kav::fuzz

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # A long fuzzing run of one target: 10,000,000 executions or two hours,
-# whichever comes first, at the lowest priority, with the limits of the
-# smoke run and inputs of at most 8 KiB (longer seeds are cut; the replay
+# whichever comes first, at the lowest priority, with the memory limits of
+# the smoke run, a timeout of 60 s per input (at the lowest priority on a
+# busy machine the process can be starved for several seconds), and inputs
+# of at most 8 KiB (longer seeds are cut; the replay
 # of the smoke run reads them whole). The inputs that add coverage are
 # then merged into the checked-in corpus fuzz/corpus/<target>/ (files of
 # at most 4 KiB).
@@ -39,7 +41,7 @@ esac
 
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:allocator_may_return_null=0}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
-nice -n 19 "$binary" -rss_limit_mb=1536 -malloc_limit_mb=64 -timeout=10 "-dict=$dictionary" \
+nice -n 19 "$binary" -rss_limit_mb=1536 -malloc_limit_mb=64 -timeout=60 "-dict=$dictionary" \
   "${extra[@]}" -max_len=8192 -runs="$runs" -max_total_time="$seconds" -print_final_stats=1 \
   "-artifact_prefix=$work/$target-" "$work/$target-corpus" "${corpora[@]}" \
   >"$work/$target.log" 2>&1
