@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds libyaml for a MinGW-w64 target from Debian's source package of
 # libyaml and installs it, with a pkg-config file and a link to the build
-# machine's header-only RapidJSON, under build/deps/<triplet>. Built once per
-# target: later runs find the installed copy and do nothing.
+# machine's header-only RapidJSON and CLI11, under build/deps/<triplet>. Built
+# once per target: later runs find the installed copy and only renew the links.
 #
 # Usage: scripts/build-libyaml-mingw.sh i686-w64-mingw32|x86_64-w64-mingw32
 # Needs the deb-src entry that scripts/install-deps-windows.sh enables.
@@ -12,6 +12,12 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 deps=$root/build/deps
 prefix=$deps/$triplet
 stamp=$prefix/lib/pkgconfig/yaml-0.1.pc
+
+# The header-only libraries of the build machine, each linked on its own so
+# that /usr/include itself never reaches the cross compiler.
+mkdir -p "$prefix/include"
+ln -sfn /usr/include/rapidjson "$prefix/include/rapidjson"
+ln -sfn /usr/include/CLI "$prefix/include/CLI"
 [[ -f $stamp ]] && exit 0
 
 mkdir -p "$deps/src"
@@ -44,8 +50,6 @@ cmake --install "$work" >/dev/null
 
 # The headers of the static library need YAML_DECLARE_STATIC, or they
 # declare every function as imported from a DLL.
-mkdir -p "$prefix/include"
-ln -sfn /usr/include/rapidjson "$prefix/include/rapidjson"
 mkdir -p "$prefix/lib/pkgconfig"
 cat >"$stamp.tmp" <<PC
 prefix=$prefix
