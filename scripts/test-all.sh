@@ -14,16 +14,19 @@ presets=("$@")
 (( ${#presets[@]} )) || presets=(linux-x64-debug linux-i386 asan-ubsan windows-i686 windows-x64)
 jobs=$(nproc 2>/dev/null || echo 2)
 
+timings=()
 for preset in "${presets[@]}"; do
+  started=$SECONDS
   if [[ $preset == windows-* ]]; then
     bash scripts/test-windows.sh "$preset"
-    continue
+  else
+    echo "=== ${preset}: configure and build"
+    cmake --preset "$preset" >/dev/null
+    cmake --build --preset "$preset" -j "$jobs"
+    echo "=== ${preset}: test"
+    ctest --preset "$preset" -j "$jobs"
   fi
-  echo "=== ${preset}: configure and build"
-  cmake --preset "$preset" >/dev/null
-  cmake --build --preset "$preset" -j "$jobs"
-  echo "=== ${preset}: test"
-  ctest --preset "$preset" -j "$jobs"
+  timings+=("$(printf '%-18s %4d s' "$preset" $((SECONDS - started)))")
 done
 # The console in a real browser and the API document's validation, against
 # the x86-64 debug build of kav-host.
@@ -31,4 +34,6 @@ if [[ " ${presets[*]} " == *" linux-x64-debug "* ]]; then
   echo "=== kav-host serve: browser test and OpenAPI validation"
   bash scripts/test-browser.sh build/linux-x64-debug/kav-host
 fi
+echo "=== time per configuration (build and test)"
+printf '%s\n' "${timings[@]}"
 echo "=== all configurations passed: ${presets[*]}"
