@@ -1,6 +1,8 @@
 #include "serialization/json.h"
 
 #include <gtest/gtest.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 
 #include <cmath>
 #include <cstdint>
@@ -272,6 +274,49 @@ TEST(JsonWriteTest, WritesValues) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     EXPECT_EQ(SerializeJson(row.value, row.registry, row.newline), row.expected);
+  }
+}
+
+// Texts are written with runs of plain bytes copied whole and the rest
+// escaped one by one; the result must be RapidJSON's own, as value and as
+// member name, wherever the escapes fall.
+TEST(JsonWriteTest, WritesTextsAsRapidJsonDoes) {
+  std::string every_control;
+  for (char c = 1; c < 0x20; ++c) every_control += c;
+  const std::string long_plain(5000, 'p');
+  struct Row {
+    const char* name;
+    std::string text;
+  };
+  const Row rows[] = {
+      {"empty", ""},
+      {"plain", "queueAvailability"},
+      {"quote first", "\"abc"},
+      {"backslash last", "abc\\"},
+      {"escapes between runs", "ab\"cd\\ef\ngh"},
+      {"only escapes", "\"\\\"\\"},
+      {"every control character", "x" + every_control + "y"},
+      {"DEL and bytes above 0x7F stay", "a\x7f\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80z"},
+      {"slash stays", "a/b"},
+      {"long plain", long_plain},
+      {"long with an escape at the end", long_plain + "\t"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    writer.StartArray();
+    writer.String(row.text.data(), static_cast<rapidjson::SizeType>(row.text.size()));
+    writer.StartObject();
+    writer.Key(row.text.data(), static_cast<rapidjson::SizeType>(row.text.size()));
+    writer.Bool(true);
+    writer.EndObject();
+    writer.EndArray();
+
+    BindingProperty value;
+    value.Append().SetString(row.text);
+    value.Append().Member(row.text).SetBool(true);
+    EXPECT_EQ(SerializeJson(value), std::string(buffer.GetString(), buffer.GetSize()));
   }
 }
 
