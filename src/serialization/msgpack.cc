@@ -123,9 +123,6 @@ struct Frame {
   std::string_view pending_key;
 };
 
-// Maps of at least this many entries are filled through a StructureBuilder.
-constexpr uint32_t kCollectedMapEntries = 8;
-
 // One decoding pass. Frames exist only for open containers; a scalar is
 // stored straight into the element or member it belongs to.
 class MessagePackReader {
@@ -178,8 +175,7 @@ class MessagePackReader {
           continue;
         } else {
           ++top.index;
-          target = top.expected >= 2 * kCollectedMapEntries ? &structures_->Member(top.pending_key)
-                                                            : &top.target->Member(top.pending_key);
+          target = &structures_->Member(top.pending_key);
         }
       }
       ReadValue(*target);
@@ -281,10 +277,10 @@ class MessagePackReader {
     uint32_t reserved = 0;
     if (is_map) {
       target.MakeStructure();
-      // Members of a large map are collected and ordered once when it is
-      // complete; those of a small one are inserted directly, which costs
-      // less than collecting them (msgpack_bench ReadMessagePackBench).
-      if (count >= kCollectedMapEntries) structures_->Open(target);
+      // Members are collected and put in name order once, when the map is
+      // complete, instead of one tree insertion each (msgpack_bench
+      // ReadMessagePackBench).
+      structures_->Open(target);
     } else {
       target.MakeCollection();
       // A fresh collection gets room for its declared elements at once
@@ -307,7 +303,7 @@ class MessagePackReader {
   void CloseFrame() {
     const Frame& frame = frames_.back();
     if (frame.is_map) {
-      if (frame.expected >= 2 * kCollectedMapEntries) structures_->Close();
+      structures_->Close();
     } else if (frame.index < frame.reserved) {
       unfilled_reserved_ -= frame.reserved - static_cast<uint32_t>(frame.index);
     }
