@@ -29,7 +29,7 @@ packages=(cmake ninja-build g++ g++-multilib pkg-config rapidjson-dev libyaml-de
           libyaml-dev:i386 googletest libgtest-dev libgmock-dev libbenchmark-dev clang-format
           libcpp-httplib-dev libcli11-dev)
 if (( want_bench )); then
-  packages+=(libyaml-cpp-dev libmsgpack-cxx-dev wrk curl)
+  packages+=(libyaml-cpp-dev libmsgpack-cxx-dev wrk curl jq)
 fi
 if (( want_fuzz )); then
   # clang with libFuzzer and the sanitizer runtimes (the "fuzz" preset).

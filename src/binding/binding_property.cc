@@ -979,9 +979,20 @@ void StructureBuilder::Link(Level& level, size_t depth, bool remember) noexcept 
   const size_t count = collected_.size() - level.first_collected;
   if (count == 0) return;  // the structure stays empty, with no record
   MemberNode* sorted[kMaxCollected];
+  StructureRecord* record = level.record;
   const Shape* shape = depth < shapes_.size() ? &shapes_[depth] : nullptr;
   if (level.matching && shape != nullptr && shape->count == count) {
+    // The same names as the structure before: the same tree, laid out from
+    // the shape in one pass (msgpack_bench ReadMessagePackBench).
     for (size_t i = 0; i < count; ++i) sorted[i] = nodes[shape->order[i]];
+    for (size_t i = 0; i < count; ++i) {
+      MemberNode* node = sorted[i];
+      node->left = shape->left[i] != Shape::kNoRank ? sorted[shape->left[i]] : nullptr;
+      node->right = shape->right[i] != Shape::kNoRank ? sorted[shape->right[i]] : nullptr;
+      node->red = shape->red[i];
+      node->next = i + 1 < count ? sorted[i + 1] : nullptr;
+    }
+    *record = StructureRecord{sorted[shape->root], sorted[0], sorted[count - 1], count};
   } else {
     uint8_t order[kMaxCollected];
     for (size_t i = 0; i < count; ++i) order[i] = static_cast<uint8_t>(i);
@@ -990,14 +1001,13 @@ void StructureBuilder::Link(Level& level, size_t depth, bool remember) noexcept 
     });
     for (size_t i = 0; i < count; ++i) sorted[i] = nodes[order[i]];
     if (remember) Remember(depth, nodes, order, count);
+    for (size_t i = 0; i + 1 < count; ++i) sorted[i]->next = sorted[i + 1];
+    sorted[count - 1]->next = nullptr;
+    const size_t red_depth = static_cast<size_t>(std::bit_width(count) - 1);
+    *record = StructureRecord{BuildBalanced(sorted, 0, count, 0, red_depth), sorted[0],
+                              sorted[count - 1], count};
+    record->root->red = false;
   }
-  for (size_t i = 0; i + 1 < count; ++i) sorted[i]->next = sorted[i + 1];
-  sorted[count - 1]->next = nullptr;
-  const size_t red_depth = static_cast<size_t>(std::bit_width(count) - 1);
-  StructureRecord* record = level.record;
-  *record = StructureRecord{BuildBalanced(sorted, 0, count, 0, red_depth), sorted[0],
-                            sorted[count - 1], count};
-  record->root->red = false;
   level.structure->payload_.record = record;
   collected_.resize(level.first_collected);
 }
@@ -1020,6 +1030,23 @@ void StructureBuilder::Remember(size_t depth, MemberNode* const* nodes, const ui
     shape.order[i] = order[i];
   }
   shape.count = count;
+  const size_t red_depth = static_cast<size_t>(std::bit_width(count) - 1);
+  shape.root = LayOutBalanced(shape, 0, count, 0, red_depth);
+  shape.red[shape.root] = false;
+}
+
+// Lays out the ranks [lo, hi) (not empty) in `shape` as BuildBalanced links
+// them; returns the rank at the top.
+uint8_t StructureBuilder::LayOutBalanced(Shape& shape, size_t lo, size_t hi, size_t depth,
+                                         size_t red_depth) noexcept {
+  const size_t middle = lo + (hi - lo) / 2;
+  shape.red[middle] = depth == red_depth;
+  shape.left[middle] =
+      middle > lo ? LayOutBalanced(shape, lo, middle, depth + 1, red_depth) : Shape::kNoRank;
+  shape.right[middle] = middle + 1 < hi
+                            ? LayOutBalanced(shape, middle + 1, hi, depth + 1, red_depth)
+                            : Shape::kNoRank;
+  return static_cast<uint8_t>(middle);
 }
 
 }  // namespace kav

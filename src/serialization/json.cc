@@ -6,6 +6,7 @@
 #include <rapidjson/writer.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -128,6 +129,15 @@ class ValueBuilder {
   StructureBuilder structures_;  // fills the open structures of open_
   bool nesting_exceeded_ = false;
 };
+
+// Bytes that stand for themselves inside a JSON string: all but the quote,
+// the backslash and the control characters (which end or escape it, or are
+// errors).
+constexpr auto kPlainStringByte = [] {
+  std::array<bool, 256> plain{};
+  for (size_t c = 0x20; c < plain.size(); ++c) plain[c] = c != '"' && c != '\\';
+  return plain;
+}();
 
 bool IsJsonWhiteSpace(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r';
@@ -263,6 +273,20 @@ inline bool Writer<kav::StringOutput>::WriteUint64(uint64_t value) {
   os_->Commit(value <= UINT32_MAX ? internal::u32toa(static_cast<uint32_t>(value), start)
                                   : internal::u64toa(value, start));
   return true;
+}
+
+// Runs of bytes that need no escape are copied in one tight loop rather than
+// byte by byte through RapidJSON's escape and transcoding steps; WriteString
+// has reserved room for the whole string before (json_bench WriteWithCodec).
+template <>
+inline bool Writer<kav::StringOutput>::ScanWriteUnescapedString(StringStream& is, size_t length) {
+  const char* source = is.src_;
+  const char* const end = is.head_ + length;
+  char* out = os_->Claim(0);
+  while (source != end && kav::kPlainStringByte[static_cast<uint8_t>(*source)]) *out++ = *source++;
+  os_->Commit(out);
+  is.src_ = source;
+  return source != end;
 }
 
 }  // namespace rapidjson
@@ -412,6 +436,49 @@ std::string SerializeJson(const BindingProperty& value, const TypeRegistry* regi
   if (std::strcmp(newline, "\n") == 0) return text;
   return ReplaceLineFeeds(text, newline);
 }
+
+}  // namespace kav
+
+namespace rapidjson {
+
+// Strings and member names of the reader that builds values: a text without
+// escapes or control characters (nearly all of them) is handed to the builder
+// straight from the input, which interns it anyway, instead of being copied
+// byte by byte onto RapidJSON's stack first (json_bench ReadWithCodec).
+// Anything else takes RapidJSON's own path from the opening quote, so
+// escapes, errors and their offsets are exactly RapidJSON's.
+template <>
+template <>
+inline void GenericReader<UTF8<>, UTF8<>, CrtAllocator>::ParseString<
+    kParseDefaultFlags, StringStream, kav::ValueBuilder>(StringStream& is,
+                                                         kav::ValueBuilder& handler, bool isKey) {
+  const char* const begin = is.src_ + 1;  // past the opening quote
+  const char* end = begin;
+  while (kav::kPlainStringByte[static_cast<uint8_t>(*end)]) ++end;
+  if (*end == '"') {
+    is.src_ = end + 1;
+    const auto length = static_cast<SizeType>(end - begin);
+    const bool accepted =
+        isKey ? handler.Key(begin, length, true) : handler.String(begin, length, true);
+    if (RAPIDJSON_UNLIKELY(!accepted)) RAPIDJSON_PARSE_ERROR(kParseErrorTermination, is.Tell());
+    return;
+  }
+
+  internal::StreamLocalCopy<StringStream> copy(is);
+  StringStream& s(copy.s);
+  s.Take();  // the opening quote
+  StackStream<char> stackStream(stack_);
+  ParseStringToStream<kParseDefaultFlags, UTF8<>, UTF8<>>(s, stackStream);
+  RAPIDJSON_PARSE_ERROR_EARLY_RETURN_VOID;
+  const auto length = static_cast<SizeType>(stackStream.Length()) - 1;
+  const char* const str = stackStream.Pop();
+  const bool accepted = isKey ? handler.Key(str, length, true) : handler.String(str, length, true);
+  if (RAPIDJSON_UNLIKELY(!accepted)) RAPIDJSON_PARSE_ERROR(kParseErrorTermination, s.Tell());
+}
+
+}  // namespace rapidjson
+
+namespace kav {
 
 BindingResult DeserializeJson(const char* text) {
   BindingResult result;

@@ -28,8 +28,11 @@
 //     small stack.
 //   * A collection may hold at most kMessagePackMaxElements (0x0FFFFFFF)
 //     elements, the value layer's own bound, reported as an error instead of
-//     an exception. Declared counts are never used to reserve memory, so a
-//     header that promises four billion items costs nothing until they arrive.
+//     an exception. Declared counts reserve room only for as many elements
+//     as the bytes left could still hold (each takes one byte at least, and
+//     elements promised to the collections already open count against them),
+//     so a header that promises four billion items costs memory in proportion
+//     to the input, not to the promise.
 //
 // A container whose items have not all arrived when the input ends is kept
 // with the items read so far; that is not an error. Bytes after the first

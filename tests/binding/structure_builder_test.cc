@@ -43,7 +43,15 @@ TEST(StructureBuilderTest, GivesTheStructuresThatMemberGives) {
     const char* name;
     std::vector<Names> objects;
   };
+  // Each count of members up to the collected limit, twice in a row: the
+  // second object of each pair is laid out from the shape of the first.
+  std::vector<Names> every_count_twice;
+  for (int count = 1; count <= 32; ++count) {
+    every_count_twice.push_back(Range(count, count % 2 == 0));
+    every_count_twice.push_back(Range(count, count % 2 == 0));
+  }
   const Row rows[] = {
+      {"every member count twice in a row", every_count_twice},
       {"same names in a row",
        {{"id", "type", "numPlayers"}, {"id", "type", "numPlayers"}, {"id", "type", "numPlayers"}}},
       {"names change between objects",

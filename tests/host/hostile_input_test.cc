@@ -248,6 +248,9 @@ TEST_F(HostileInputTest, EachKindAnswersWithinItsBudgets) {
   announcing_4_gib.announced_length = 0xFFFFFFFFu;
   std::string huge_msgpack_body = "\xdd\xff\xff\xff\xff";  // array 32 of 2^32 - 1 elements
   huge_msgpack_body += Repeated("\x01", 1000);
+  // 999 nested arrays, each declaring 2^32 - 1 elements: room reserved for
+  // one level's count must not be reserved again for the next.
+  const std::string nested_huge_msgpack_body = Repeated("\xdd\xff\xff\xff\xff", 999) + "\x01";
   struct Row {
     const char* name;
     Delivery delivery;
@@ -322,6 +325,12 @@ TEST_F(HostileInputTest, EachKindAnswersWithinItsBudgets) {
         .url = v1,
         .content_type = "application/x-msgpack",
         .body = huge_msgpack_body},
+       "because the input not a structure."},
+      {"999 nested MessagePack arrays declaring 2^32 - 1 each",
+       {.method = KAV_METHOD_POST,
+        .url = v1,
+        .content_type = "application/x-msgpack",
+        .body = nested_huge_msgpack_body},
        "because the input not a structure."},
       {"an event payload nested 200000 levels, then a call",
        {.url = custom,

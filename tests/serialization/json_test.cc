@@ -1,6 +1,8 @@
 #include "serialization/json.h"
 
 #include <gtest/gtest.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 
 #include <cmath>
 #include <cstdint>
@@ -135,6 +137,48 @@ TEST(JsonReadTest, ReportsRapidJsonErrorsWithOffsetFromTextStart) {
   }
 }
 
+// Strings and member names are read two ways: straight from the text when
+// they hold no escape or control character, through RapidJSON's decoding
+// otherwise. Both must give the same texts, and errors inside a string must
+// keep RapidJSON's messages and offsets.
+TEST(JsonReadTest, StringsReadAlikeWithAndWithoutEscapes) {
+  struct Row {
+    const char* name;
+    std::string text;
+    std::string expected;  // the value's dump, or the error message
+  };
+  const std::string long_plain(300, 'x');
+  const Row rows[] = {
+      {"plain", "[\"abc\"]", "[s\"abc\"]"},
+      {"empty", "[\"\"]", "[s\"\"]"},
+      {"bytes above 0x7F", "[\"\xC3\xA9t\xC3\xA9\"]", "[s\"\xC3\xA9t\xC3\xA9\"]"},
+      {"long plain", "\"" + long_plain + "\"", "s\"" + long_plain + "\""},
+      {"escape first", "[\"\\tab\"]", "[s\"\tab\"]"},
+      {"escape after plain bytes", "[\"ab\\\"c\\/d\"]", "[s\"ab\"c/d\"]"},
+      {"escape last", "[\"ab\\n\"]", "[s\"ab\n\"]"},
+      {"unicode escape", "[\"caf\\u00e9\"]", "[s\"caf\xC3\xA9\"]"},
+      {"plain member name", "{\"name\":\"v\"}", "{name:s\"v\"}"},
+      {"escaped member name", "{\"na\\u006De\":1,\"a\":2}", "{a:u2,name:u1}"},
+      {"plain and escaped names alike", "{\"k\":1,\"\\u006b\":2}", "{k:u2}"},
+      {"raw control character", "[\"ab\x01\"]",
+       "Error: Invalid escape character in string. at offset 4."},
+      {"raw tab in a member name", "{\"a\tb\":1}",
+       "Error: Invalid escape character in string. at offset 3."},
+      {"unknown escape", "[\"ab\\qc\"]", "Error: Invalid escape character in string. at offset 4."},
+      {"bad unicode escape", "[\"\\u12G4\"]",
+       "Error: Incorrect hex digit after \\u escape in string. at offset 2."},
+      {"text ends in a member name", "{\"abc",
+       "Error: Missing a closing quotation mark in string. at offset 5."},
+      {"text ends after an escape", "[\"a\\n",
+       "Error: Missing a closing quotation mark in string. at offset 5."},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    BindingResult result = DeserializeJson(row.text);
+    EXPECT_EQ(result.Ok() ? Describe(result) : std::string(result.Error()), row.expected);
+  }
+}
+
 TEST(JsonReadTest, AcceptsNestingUpToTheLimitAndAllTextForms) {
   std::string deepest = std::string(kJsonMaxNesting, '[') + std::string(kJsonMaxNesting, ']');
   BindingResult deep = DeserializeJson(deepest);
@@ -230,6 +274,49 @@ TEST(JsonWriteTest, WritesValues) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     EXPECT_EQ(SerializeJson(row.value, row.registry, row.newline), row.expected);
+  }
+}
+
+// Texts are written with runs of plain bytes copied whole and the rest
+// escaped one by one; the result must be RapidJSON's own, as value and as
+// member name, wherever the escapes fall.
+TEST(JsonWriteTest, WritesTextsAsRapidJsonDoes) {
+  std::string every_control;
+  for (char c = 1; c < 0x20; ++c) every_control += c;
+  const std::string long_plain(5000, 'p');
+  struct Row {
+    const char* name;
+    std::string text;
+  };
+  const Row rows[] = {
+      {"empty", ""},
+      {"plain", "queueAvailability"},
+      {"quote first", "\"abc"},
+      {"backslash last", "abc\\"},
+      {"escapes between runs", "ab\"cd\\ef\ngh"},
+      {"only escapes", "\"\\\"\\"},
+      {"every control character", "x" + every_control + "y"},
+      {"DEL and bytes above 0x7F stay", "a\x7f\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80z"},
+      {"slash stays", "a/b"},
+      {"long plain", long_plain},
+      {"long with an escape at the end", long_plain + "\t"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    rapidjson::StringBuffer buffer;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+    writer.StartArray();
+    writer.String(row.text.data(), static_cast<rapidjson::SizeType>(row.text.size()));
+    writer.StartObject();
+    writer.Key(row.text.data(), static_cast<rapidjson::SizeType>(row.text.size()));
+    writer.Bool(true);
+    writer.EndObject();
+    writer.EndArray();
+
+    BindingProperty value;
+    value.Append().SetString(row.text);
+    value.Append().Member(row.text).SetBool(true);
+    EXPECT_EQ(SerializeJson(value), std::string(buffer.GetString(), buffer.GetSize()));
   }
 }
 
