@@ -1,6 +1,7 @@
 #include "binding/host_value.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -273,39 +274,51 @@ void LayOut(KavHostValue& target, const KavHostValue& source, OneBlock& block) {
   }
 }
 
-// Moves every pointer of `value`'s tree that points into [from, from + size)
-// by `shift` bytes; the others (borrowed texts and keys) stay.
-void MovePointers(KavHostValue& value, const std::byte* from, size_t size, ptrdiff_t shift) {
-  const auto inside = [&](const void* pointer) {
-    return reinterpret_cast<uintptr_t>(pointer) - reinterpret_cast<uintptr_t>(from) < size;
-  };
-  const auto moved = [&](const void* pointer) {
-    return static_cast<const void*>(static_cast<const std::byte*>(pointer) + shift);
-  };
-  const void* data = value.payload.ref.data;
+// Memory copied elsewhere: pointers into [from, from + size) move by
+// `shift` bytes.
+struct MovedRange {
+  uintptr_t from;
+  size_t size;
+  uintptr_t shift;  // modulo 2^N
+};
+
+// `pointer` moved with the range that holds it; null when none does.
+const void* Moved(const void* pointer, std::span<const MovedRange> ranges) {
+  const auto address = reinterpret_cast<uintptr_t>(pointer);
+  for (const MovedRange& range : ranges) {
+    if (address - range.from < range.size) {
+      return reinterpret_cast<const void*>(address + range.shift);
+    }
+  }
+  return nullptr;
+}
+
+// Moves every pointer of `value`'s tree that points into one of `ranges`;
+// the others (borrowed texts and keys) stay. An array or map outside them
+// is not walked.
+void MovePointers(KavHostValue& value, std::span<const MovedRange> ranges) {
+  const void* moved = Moved(value.payload.ref.data, ranges);
+  if (moved == nullptr) return;
   switch (value.kind) {
     case KAV_VALUE_STRING_OWNED:
     case KAV_VALUE_BLOB_OWNED:
-      if (inside(data)) value.payload.ref.data = moved(data);
+      value.payload.ref.data = moved;
       return;
     case KAV_VALUE_ARRAY: {
-      if (!inside(data)) return;
-      auto* elements = const_cast<KavHostValue*>(static_cast<const KavHostValue*>(moved(data)));
-      value.payload.ref.data = elements;
+      value.payload.ref.data = moved;
+      auto* elements = const_cast<KavHostValue*>(static_cast<const KavHostValue*>(moved));
       for (uint32_t index = 0; index < value.payload.ref.size; ++index) {
-        MovePointers(elements[index], from, size, shift);
+        MovePointers(elements[index], ranges);
       }
       return;
     }
     case KAV_VALUE_MAP: {
-      if (!inside(data)) return;
-      auto* entries =
-          const_cast<KavHostMapEntry*>(static_cast<const KavHostMapEntry*>(moved(data)));
-      value.payload.ref.data = entries;
+      value.payload.ref.data = moved;
+      auto* entries = const_cast<KavHostMapEntry*>(static_cast<const KavHostMapEntry*>(moved));
       for (uint32_t index = 0; index < value.payload.ref.size; ++index) {
         KavHostMapEntry& entry = entries[index];
-        if (inside(entry.key)) entry.key = static_cast<const char*>(moved(entry.key));
-        MovePointers(entry.value, from, size, shift);
+        if (const void* key = Moved(entry.key, ranges)) entry.key = static_cast<const char*>(key);
+        MovePointers(entry.value, ranges);
       }
       return;
     }
@@ -322,27 +335,22 @@ bool IsLaidOutInOneBlock(const KavHostValue& value) {
 }  // namespace
 
 HostValueArena::~HostValueArena() {
-  while (chunks_ != nullptr) {
-    void* previous = *static_cast<void**>(chunks_);
-    PluginFree(chunks_);
-    chunks_ = previous;
-  }
+  for (size_t index = 1; index < region_count_; ++index) PluginFree(regions_[index].start);
 }
 
 void* HostValueArena::AllocateChunk(size_t size) {
   // Chunks double, so that a large value costs few of them.
   constexpr size_t kFirstChunk = 4096;
-  const size_t header = sizeof(void*);
-  size_t chunk_size = std::max(next_chunk_size_, kFirstChunk);
-  if (size > SIZE_MAX / 2 - header) throw std::bad_alloc();
-  chunk_size = std::max(chunk_size, size + header);
+  if (region_count_ == kMaxRegions) throw std::bad_alloc();
+  const size_t chunk_size = std::max({next_chunk_size_, kFirstChunk, size});
   auto* chunk = static_cast<std::byte*>(PluginAllocate(chunk_size));
-  *reinterpret_cast<void**>(chunk) = chunks_;
-  chunks_ = chunk;
+  Region& current = regions_[region_count_ - 1];
+  current.used = static_cast<size_t>(cursor_ - current.start);
+  regions_[region_count_++] = {chunk, 0};
   next_chunk_size_ = chunk_size <= SIZE_MAX / 2 ? chunk_size * 2 : chunk_size;
-  cursor_ = chunk + header + size;
+  cursor_ = chunk + size;
   end_ = chunk + chunk_size;
-  return chunk + header;
+  return chunk;
 }
 
 void SetHostString(KavHostValue& target, std::string_view text, HostValueArena* arena) {
@@ -658,19 +666,32 @@ bool FromHostValue(BindingResult& status, BindingProperty& target, const KavHost
 
 void LayOutHostValue(KavHostValue& target, const KavHostValue& source,
                      const HostValueArena& arena) {
-  if (!IsLaidOutInOneBlock(source) || arena.Grew() ||
-      source.payload.ref.data != arena.Used().data()) {
+  std::array<MovedRange, HostValueArena::kMaxRegions> ranges;
+  size_t count = 0;
+  size_t bytes = 0;
+  arena.ForEachUsedRegion([&](std::span<const std::byte> used) {
+    if (used.empty()) return;
+    ranges[count++] = {reinterpret_cast<uintptr_t>(used.data()), used.size(), 0};
+    bytes = AddBytes(bytes, used.size());
+  });
+  if (!IsLaidOutInOneBlock(source) || count == 0 ||
+      reinterpret_cast<uintptr_t>(source.payload.ref.data) != ranges[0].from) {
     LayOutHostValue(target, source);
     return;
   }
-  // One copy of the scratch memory and one walk that moves its pointers,
-  // instead of a copy per record (eligibility_bench CachedSelfEligibility).
-  const std::span<std::byte> used = arena.Used();
-  OneBlock block(used.size());
-  std::byte* copy = block.Take(used.size());
-  std::memcpy(copy, used.data(), used.size());
+  // One copy per region and one walk that moves the pointers, instead of a
+  // copy per record; the outermost records come first, at kOneBlockOffset
+  // (eligibility_bench CachedSelfEligibility/50/50, and 400/400 whose answer
+  // outgrows the stack memory).
+  OneBlock block(bytes);
+  for (size_t index = 0; index < count; ++index) {
+    MovedRange& range = ranges[index];
+    std::byte* copy = block.Take(range.size);
+    std::memcpy(copy, reinterpret_cast<const void*>(range.from), range.size);
+    range.shift = reinterpret_cast<uintptr_t>(copy) - range.from;
+  }
   KavHostValue laid_out = source;
-  MovePointers(laid_out, used.data(), used.size(), copy - used.data());
+  MovePointers(laid_out, std::span<const MovedRange>(ranges.data(), count));
   block.HandOver();
   target = laid_out;
 }

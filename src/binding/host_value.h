@@ -35,6 +35,7 @@
 #ifndef KAV_BINDING_HOST_VALUE_H_
 #define KAV_BINDING_HOST_VALUE_H_
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -102,8 +103,8 @@ bool ToHostValue(KavHostValue& target, const BindingProperty& source, const Type
 // std::bad_alloc.
 void LayOutHostValue(KavHostValue& target, const KavHostValue& source);
 // LayOutHostValue of a `source` built in `arena` (its outermost array or
-// map first, as the builders below do): when the arena's initial memory
-// held it all, the block is a copy of that memory with the pointers moved.
+// map first, as the builders below do): the block is a copy of the arena's
+// used memory, region after region, with the pointers into it moved.
 void LayOutHostValue(KavHostValue& target, const KavHostValue& source, const HostValueArena& arena);
 
 // Frees what `value` owns and resets it to kind 0 with a zero payload; a
@@ -120,8 +121,14 @@ void ReleaseHostValue(KavHostValue& value) noexcept;
 // Thread-safety: one thread at a time.
 class HostValueArena {
  public:
+  // The most regions (the initial memory and the chunks) an arena uses;
+  // chunks double in size, so this is never the limit in practice.
+  static constexpr size_t kMaxRegions = 48;
+
   explicit HostValueArena(std::span<std::byte> initial = {}) noexcept
-      : start_(initial.data()), cursor_(initial.data()), end_(initial.data() + initial.size()) {}
+      : cursor_(initial.data()), end_(initial.data() + initial.size()) {
+    regions_[0] = {initial.data(), 0};
+  }
   HostValueArena(const HostValueArena&) = delete;
   HostValueArena& operator=(const HostValueArena&) = delete;
   ~HostValueArena();
@@ -137,19 +144,32 @@ class HostValueArena {
     return AllocateChunk(size);
   }
   // Whether a chunk had to be taken from the heap.
-  bool Grew() const noexcept { return chunks_ != nullptr; }
-  // What was handed out of `initial`, in order. REQUIRES: !Grew().
-  std::span<std::byte> Used() const noexcept {
-    return {start_, static_cast<size_t>(cursor_ - start_)};
+  bool Grew() const noexcept { return region_count_ > 1; }
+  // Calls `visit` with what was handed out of each region, in the order the
+  // regions were used (the initial memory first, perhaps empty); within a
+  // region the bytes are in the order they were handed out.
+  template <class Visit>
+  void ForEachUsedRegion(Visit&& visit) const {
+    for (size_t index = 0; index < region_count_; ++index) {
+      const Region& region = regions_[index];
+      const size_t used =
+          index + 1 == region_count_ ? static_cast<size_t>(cursor_ - region.start) : region.used;
+      visit(std::span<const std::byte>(region.start, used));
+    }
   }
 
  private:
+  struct Region {
+    std::byte* start;
+    size_t used;  // set when the next region is started
+  };
+
   void* AllocateChunk(size_t size);
 
-  std::byte* start_;
   std::byte* cursor_;
   std::byte* end_;
-  void* chunks_ = nullptr;  // the heap chunks, each starting with the previous one's address
+  std::array<Region, kMaxRegions> regions_{};  // [0]: the initial memory
+  size_t region_count_ = 1;
   size_t next_chunk_size_ = 0;
 };
 

@@ -370,7 +370,8 @@ TEST(HostValueTest, OneBlockValuesShowTheSameRecordsInOneAllocation) {
   enum class Way {
     kToHostValue,        // sized, then built in its block
     kLaidOutFromStack,   // built in an arena's initial memory, copied whole
-    kLaidOutFromChunks,  // built in an arena that had to grow, copied record by record
+    kLaidOutFromChunks,  // built in an arena that had to grow, copied region by region
+    kCopied,             // built piece by piece, copied record by record
   };
   struct Row {
     const char* name;
@@ -390,7 +391,8 @@ TEST(HostValueTest, OneBlockValuesShowTheSameRecordsInOneAllocation) {
   BindingProperty empty_list;
   empty_list.MakeCollection();
   std::vector<Row> rows;
-  for (Way way : {Way::kToHostValue, Way::kLaidOutFromStack, Way::kLaidOutFromChunks}) {
+  for (Way way :
+       {Way::kToHostValue, Way::kLaidOutFromStack, Way::kLaidOutFromChunks, Way::kCopied}) {
     rows.push_back({"every kind", EveryKind(), way, 1});
     rows.push_back({"a list of structures with enumerator names", list_of_structures, way, 1});
     rows.push_back({"a text alone", text, way, 1});
@@ -404,10 +406,14 @@ TEST(HostValueTest, OneBlockValuesShowTheSameRecordsInOneAllocation) {
     const std::string expected = Records(piecewise);
     ReleaseHostValue(piecewise);
 
+    KavHostValue elsewhere{};
+    if (row.way == Way::kCopied) BuildHostValue(elsewhere, row.source, &registry);
     const MemoryStatistics before = ReadMemoryStatistics();
     KavHostValue host{};
     if (row.way == Way::kToHostValue) {
       ASSERT_TRUE(ToHostValue(host, row.source, &registry));
+    } else if (row.way == Way::kCopied) {
+      LayOutHostValue(host, elsewhere);
     } else {
       std::byte initial[8192];
       HostValueArena arena(row.way == Way::kLaidOutFromStack ? std::span<std::byte>(initial)
@@ -425,6 +431,7 @@ TEST(HostValueTest, OneBlockValuesShowTheSameRecordsInOneAllocation) {
     const MemoryStatistics released = ReadMemoryStatistics();
     EXPECT_EQ(released.BytesInUse(), before.BytesInUse());
     EXPECT_EQ(released.frees - built.frees, row.blocks) << "released with one free";
+    ReleaseHostValue(elsewhere);
   }
 }
 
