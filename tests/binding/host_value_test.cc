@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -364,6 +365,44 @@ std::string Records(const KavHostValue& value) {
   }
 }
 
+// Whether every array, entry, key and text of `value`'s tree lies in
+// [begin, end).
+bool AllInside(const KavHostValue& value, const std::byte* begin, const std::byte* end) {
+  const auto inside = [&](const void* pointer, size_t size) {
+    const auto* bytes = static_cast<const std::byte*>(pointer);
+    return std::less_equal<>()(begin, bytes) && std::less_equal<>()(bytes + size, end);
+  };
+  const void* data = value.payload.ref.data;
+  const uint32_t size = value.payload.ref.size;
+  switch (value.kind) {
+    case KAV_VALUE_STRING_OWNED:
+      return inside(data, size + 1);
+    case KAV_VALUE_BLOB_OWNED:
+      return data == nullptr || inside(data, size);
+    case KAV_VALUE_ARRAY: {
+      if (data == nullptr) return true;
+      const auto* elements = static_cast<const KavHostValue*>(data);
+      if (!inside(elements, size * sizeof(KavHostValue))) return false;
+      for (uint32_t i = 0; i < size; ++i) {
+        if (!AllInside(elements[i], begin, end)) return false;
+      }
+      return true;
+    }
+    case KAV_VALUE_MAP: {
+      if (data == nullptr) return true;
+      const auto* entries = static_cast<const KavHostMapEntry*>(data);
+      if (!inside(entries, size * sizeof(KavHostMapEntry))) return false;
+      for (uint32_t i = 0; i < size; ++i) {
+        if (!inside(entries[i].key, std::strlen(entries[i].key) + 1)) return false;
+        if (!AllInside(entries[i].value, begin, end)) return false;
+      }
+      return true;
+    }
+    default:
+      return true;
+  }
+}
+
 TEST(HostValueTest, OneBlockValuesShowTheSameRecordsInOneAllocation) {
   TypeRegistry registry;
   RegisterEnumeration<Shade>(registry, "Shade");
@@ -425,6 +464,14 @@ TEST(HostValueTest, OneBlockValuesShowTheSameRecordsInOneAllocation) {
     const MemoryStatistics built = ReadMemoryStatistics();
     EXPECT_EQ(Records(host), expected);
     EXPECT_EQ(built.LiveAllocations() - before.LiveAllocations(), row.blocks);
+    if (KindOf(host) == KAV_VALUE_ARRAY || KindOf(host) == KAV_VALUE_MAP) {
+      if (const void* records = host.payload.ref.data) {
+        // A one-block value's records start kOneBlockOffset bytes into its
+        // block, and everything it owns lies in that block.
+        const auto* block = static_cast<const std::byte*>(records) - kOneBlockOffset;
+        EXPECT_TRUE(AllInside(host, block, block + PluginUsableSize(block)));
+      }
+    }
 
     ReleaseHostValue(host);
     EXPECT_EQ(KindOf(host), static_cast<uint32_t>(KAV_VALUE_NULL));
