@@ -403,16 +403,16 @@ void StructureToProperty(BindingResult& status, BindingProperty& target, const v
 
 void StructureToHostValue(BindingResult& status, KavHostValue& target, const void* native,
                           const TypeDescription* type, const TypeRegistry& registry,
-                          const TypeRegistry* names) {
+                          const TypeRegistry* names, HostValueArena* arena) {
   if (type == nullptr || type->fieldsByName.size() != type->fields.size()) {
     ToHostValueThroughProperty(
         status, target,
         [&](BindingResult& value) { StructureToProperty(value, value, native, type, registry); },
-        names);
+        names, arena);
     return;
   }
   const auto* base = static_cast<const std::byte*>(native);
-  KavHostMapEntry* entries = SetHostMap(target, type->fields.size());
+  KavHostMapEntry* entries = SetHostMap(target, type->fields.size(), arena);
   size_t count = 0;
   for (const TypeDescription::MemberField& member : type->fieldsByName) {
     const FieldDescriptor& field = type->fields[member.field];
@@ -423,18 +423,19 @@ void StructureToHostValue(BindingResult& status, KavHostValue& target, const voi
       BindingResult value;
       if (BuildOmittableField(status, value, field, address, registry)) {
         KavHostMapEntry& entry = entries[count++];
-        SetHostKey(entry, name);
-        BuildHostValue(entry.value, value, names);
+        SetHostKey(entry, name, arena);
+        BuildHostValue(entry.value, value, names, arena);
       }
       if (!status.Ok()) return;
       continue;
     }
     KavHostMapEntry& entry = entries[count++];
-    SetHostKey(entry, name);
-    field.converter->ToHostValue(status, entry.value, address, field.type.type, registry, names);
+    SetHostKey(entry, name, arena);
+    field.converter->ToHostValue(status, entry.value, address, field.type.type, registry, names,
+                                 arena);
     if (!status.Ok()) return;
   }
-  if (count < type->fields.size()) TrimHostMap(target, count);
+  if (count < type->fields.size()) TrimHostMap(target, count, arena);
 }
 
 bool IsDefaultValue(const BindingProperty& value) {

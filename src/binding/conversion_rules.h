@@ -64,7 +64,7 @@ void StructureToProperty(BindingResult& status, BindingProperty& target, const v
 // directly (see TypeConverter::ToHostValue). Throws std::bad_alloc.
 void StructureToHostValue(BindingResult& status, KavHostValue& target, const void* native,
                           const TypeDescription* type, const TypeRegistry& registry,
-                          const TypeRegistry* names);
+                          const TypeRegistry* names, HostValueArena* arena = nullptr);
 
 // Any native value to a host value through a BindingProperty: the way for
 // the shapes whose direct conversion would have to repeat BindingProperty's
@@ -72,14 +72,15 @@ void StructureToHostValue(BindingResult& status, KavHostValue& target, const voi
 // value's ToProperty. Throws std::bad_alloc.
 template <class ToPropertyFn>
 void ToHostValueThroughProperty(BindingResult& status, KavHostValue& target,
-                                ToPropertyFn&& to_property, const TypeRegistry* names) {
+                                ToPropertyFn&& to_property, const TypeRegistry* names,
+                                HostValueArena* arena = nullptr) {
   BindingResult value;
   to_property(value);
   if (!value.Ok()) {
     status.SetError(value.Error());
     return;
   }
-  BuildHostValue(target, value, names);
+  BuildHostValue(target, value, names, arena);
 }
 
 // Whether a field flagged OmitIfDefault with this value is left out: false,

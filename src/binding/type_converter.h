@@ -125,7 +125,7 @@ struct ValueTraits<bool> {
     target.SetBool(native);
   }
   static void ToHost(BindingResult&, KavHostValue& target, bool native, const TypeDescription*,
-                     const TypeRegistry&, const TypeRegistry*) {
+                     const TypeRegistry&, const TypeRegistry*, HostValueArena* = nullptr) {
     target.kind = KAV_VALUE_BOOL;
     target.payload.boolean = native ? 1 : 0;
   }
@@ -147,7 +147,7 @@ struct ValueTraits<T> {
     target.SetSigned(native);
   }
   static void ToHost(BindingResult&, KavHostValue& target, T native, const TypeDescription*,
-                     const TypeRegistry&, const TypeRegistry*) {
+                     const TypeRegistry&, const TypeRegistry*, HostValueArena* = nullptr) {
     target.kind = KAV_VALUE_SIGNED;
     target.payload.i64 = native;
   }
@@ -169,7 +169,7 @@ struct ValueTraits<T> {
     target.SetUnsigned(native);
   }
   static void ToHost(BindingResult&, KavHostValue& target, T native, const TypeDescription*,
-                     const TypeRegistry&, const TypeRegistry*) {
+                     const TypeRegistry&, const TypeRegistry*, HostValueArena* = nullptr) {
     target.kind = KAV_VALUE_UNSIGNED;
     target.payload.u64 = native;
   }
@@ -191,7 +191,7 @@ requires(sizeof(T) == 4 || sizeof(T) == 8) struct ValueTraits<T> {
     target.SetFloat(static_cast<double>(native));
   }
   static void ToHost(BindingResult&, KavHostValue& target, T native, const TypeDescription*,
-                     const TypeRegistry&, const TypeRegistry*) {
+                     const TypeRegistry&, const TypeRegistry*, HostValueArena* = nullptr) {
     target.kind = KAV_VALUE_FLOAT;
     target.payload.f64 = static_cast<double>(native);
   }
@@ -210,8 +210,9 @@ struct ValueTraits<std::string> {
     target.SetString(std::string_view(native));
   }
   static void ToHost(BindingResult&, KavHostValue& target, const std::string& native,
-                     const TypeDescription*, const TypeRegistry&, const TypeRegistry*) {
-    SetHostString(target, native);
+                     const TypeDescription*, const TypeRegistry&, const TypeRegistry*,
+                     HostValueArena* arena = nullptr) {
+    SetHostString(target, native, arena);
   }
 };
 
@@ -228,8 +229,9 @@ struct ValueTraits<BindingProperty> {
     target = native;
   }
   static void ToHost(BindingResult&, KavHostValue& target, const BindingProperty& native,
-                     const TypeDescription*, const TypeRegistry&, const TypeRegistry* names) {
-    BuildHostValue(target, native, names);
+                     const TypeDescription*, const TypeRegistry&, const TypeRegistry* names,
+                     HostValueArena* arena = nullptr) {
+    BuildHostValue(target, native, names, arena);
   }
 };
 
@@ -248,9 +250,12 @@ struct ValueTraits<std::vector<std::byte>> {
         std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(native.data()), native.size()));
   }
   static void ToHost(BindingResult&, KavHostValue& target, const std::vector<std::byte>& native,
-                     const TypeDescription*, const TypeRegistry&, const TypeRegistry*) {
-    SetHostBlob(target, std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(native.data()),
-                                                 native.size()));
+                     const TypeDescription*, const TypeRegistry&, const TypeRegistry*,
+                     HostValueArena* arena = nullptr) {
+    SetHostBlob(
+        target,
+        std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(native.data()), native.size()),
+        arena);
   }
 };
 
@@ -283,8 +288,9 @@ struct ValueTraits<T> {
     target.SetEnum(static_cast<int32_t>(native), StaticType::Of<T>());
   }
   static void ToHost(BindingResult&, KavHostValue& target, T native, const TypeDescription*,
-                     const TypeRegistry&, const TypeRegistry* names) {
-    SetHostEnum(target, static_cast<int32_t>(native), StaticType::Of<T>(), names);
+                     const TypeRegistry&, const TypeRegistry* names,
+                     HostValueArena* arena = nullptr) {
+    SetHostEnum(target, static_cast<int32_t>(native), StaticType::Of<T>(), names, arena);
   }
 };
 
@@ -306,9 +312,9 @@ struct ValueTraits<T> {
   }
   static void ToHost(BindingResult& status, KavHostValue& target, const T& native,
                      const TypeDescription* type, const TypeRegistry& registry,
-                     const TypeRegistry* names) {
+                     const TypeRegistry* names, HostValueArena* arena = nullptr) {
     StructureToHostValue(status, target, &native, ResolveDescription<T>(type, registry), registry,
-                         names);
+                         names, arena);
   }
 };
 
@@ -342,8 +348,10 @@ struct ValueTraits<T> {
   }
   static void ToHost(BindingResult& status, KavHostValue& target, const T& native,
                      const TypeDescription* type, const TypeRegistry& registry,
-                     const TypeRegistry* names) {
-    if (native.has_value()) ElementTraits::ToHost(status, target, *native, type, registry, names);
+                     const TypeRegistry* names, HostValueArena* arena = nullptr) {
+    if (native.has_value()) {
+      ElementTraits::ToHost(status, target, *native, type, registry, names, arena);
+    }
   }
 };
 
@@ -389,10 +397,10 @@ struct ValueTraits<T> {
   }
   static void ToHost(BindingResult& status, KavHostValue& target, const T& native,
                      const TypeDescription* type, const TypeRegistry& registry,
-                     const TypeRegistry* names) {
-    KavHostValue* elements = SetHostArray(target, native.size());
+                     const TypeRegistry* names, HostValueArena* arena = nullptr) {
+    KavHostValue* elements = SetHostArray(target, native.size(), arena);
     for (const auto& element : native) {
-      ElementTraits::ToHost(status, *elements++, element, type, registry, names);
+      ElementTraits::ToHost(status, *elements++, element, type, registry, names, arena);
       if (!status.Ok()) return;
     }
   }
@@ -436,18 +444,18 @@ struct ValueTraits<T> {
   // a NUL byte cuts short (two keys may then meet), goes the generic way.
   static void ToHost(BindingResult& status, KavHostValue& target, const T& native,
                      const TypeDescription* type, const TypeRegistry& registry,
-                     const TypeRegistry* names) {
+                     const TypeRegistry* names, HostValueArena* arena = nullptr) {
     if (!IsOrderedMap() || HasKeyWithNul(native)) {
       ToHostValueThroughProperty(
           status, target, [&](BindingResult& value) { To(value, value, native, type, registry); },
-          names);
+          names, arena);
       return;
     }
-    KavHostMapEntry* entries = SetHostMap(target, native.size());
+    KavHostMapEntry* entries = SetHostMap(target, native.size(), arena);
     for (const auto& [key, value] : native) {
       KavHostMapEntry& entry = *entries++;
-      SetHostKey(entry, key);
-      ElementTraits::ToHost(status, entry.value, value, type, registry, names);
+      SetHostKey(entry, key, arena);
+      ElementTraits::ToHost(status, entry.value, value, type, registry, names, arena);
       if (!status.Ok()) return;
     }
   }
@@ -478,8 +486,9 @@ class TypedConverter final : public TypeConverter {
   }
   void ToHostValue(BindingResult& status, KavHostValue& target, const void* native,
                    const TypeDescription* type, const TypeRegistry& registry,
-                   const TypeRegistry* names) const override {
-    ValueTraits<T>::ToHost(status, target, *static_cast<const T*>(native), type, registry, names);
+                   const TypeRegistry* names, HostValueArena* arena) const override {
+    ValueTraits<T>::ToHost(status, target, *static_cast<const T*>(native), type, registry, names,
+                           arena);
   }
 };
 

@@ -39,6 +39,7 @@ namespace kav {
 class TypeRegistry;
 struct TypeDescription;
 class HostApiDescriptionBuilder;  // binding/host_api_description.h
+class HostValueArena;             // binding/host_value.h
 
 // Kind codes of a type specification.
 enum class TypeKind : uint32_t {
@@ -114,10 +115,11 @@ class TypeConverter {
   // at `native`, the same value ToProperty and then ToHostValue would give,
   // without the BindingProperty in between. `names` names enumerators (see
   // ToHostValue). Failures lower `status`; `target` then holds what was
-  // built so far, for the caller to release. Throws std::bad_alloc.
+  // built so far, for the caller to release (with an `arena`, the blocks
+  // come from it: see HostValueArena). Throws std::bad_alloc.
   virtual void ToHostValue(BindingResult& status, KavHostValue& target, const void* native,
                            const TypeDescription* type, const TypeRegistry& registry,
-                           const TypeRegistry* names) const = 0;
+                           const TypeRegistry* names, HostValueArena* arena = nullptr) const = 0;
   virtual ~TypeConverter() = default;
 };
 

@@ -173,7 +173,47 @@ bool Value::operator==(const Value& other) const {
   return data_ == other.data_;
 }
 
-KavHostValue RecordArena::Build(const Value& value) {
+namespace {
+
+// The bytes that `value`'s texts (with their zeros), blob bytes, arrays and
+// map entries take when laid out together.
+size_t LaidOutSize(const Value& value) {
+  switch (value.kind()) {
+    case Value::Kind::kString:
+      return value.AsString().size() + 1;
+    case Value::Kind::kBlob:
+      return value.AsBlob().size();
+    case Value::Kind::kArray: {
+      size_t size = value.AsArray().size() * sizeof(KavHostValue);
+      for (const Value& element : value.AsArray()) size += LaidOutSize(element);
+      return size;
+    }
+    case Value::Kind::kMap: {
+      size_t size = value.AsMap().size() * sizeof(KavHostMapEntry);
+      for (const MapEntry& entry : value.AsMap()) {
+        size += entry.key.size() + 1 + LaidOutSize(entry.value);
+      }
+      return size;
+    }
+    default:
+      return 0;
+  }
+}
+
+// The record of `value`, its parts laid out from `cursor` on (advanced past
+// them).
+KavHostValue LayOut(const Value& value, uint8_t*& cursor) {
+  const auto take = [&cursor](size_t size) {
+    uint8_t* taken = cursor;
+    cursor += size;
+    return taken;
+  };
+  const auto text = [&take](std::string_view text) {
+    auto* copy = reinterpret_cast<char*>(take(text.size() + 1));
+    std::memcpy(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
+    return copy;
+  };
   KavHostValue record{};
   switch (value.kind()) {
     case Value::Kind::kNull:
@@ -197,12 +237,12 @@ KavHostValue RecordArena::Build(const Value& value) {
       break;
     case Value::Kind::kString:
       record.kind = KAV_VALUE_STRING_OWNED;
-      record.payload.ref.data = Text(value.AsString());
+      record.payload.ref.data = text(value.AsString());
       record.payload.ref.size = static_cast<uint32_t>(value.AsString().size());
       break;
     case Value::Kind::kBlob: {
       const Value::Blob& bytes = value.AsBlob();
-      uint8_t* copy = Bytes(bytes.size());
+      uint8_t* copy = take(bytes.size());
       if (!bytes.empty()) std::memcpy(copy, bytes.data(), bytes.size());
       record.kind = KAV_VALUE_BLOB_OWNED;
       record.payload.ref.data = copy;
@@ -211,8 +251,8 @@ KavHostValue RecordArena::Build(const Value& value) {
     }
     case Value::Kind::kArray: {
       const Value::Array& elements = value.AsArray();
-      KavHostValue* built = Records<KavHostValue>(elements.size());
-      for (size_t i = 0; i < elements.size(); ++i) built[i] = Build(elements[i]);
+      auto* built = reinterpret_cast<KavHostValue*>(take(elements.size() * sizeof(KavHostValue)));
+      for (size_t i = 0; i < elements.size(); ++i) built[i] = LayOut(elements[i], cursor);
       record.kind = KAV_VALUE_ARRAY;
       record.payload.ref.data = built;
       record.payload.ref.size = static_cast<uint32_t>(elements.size());
@@ -220,10 +260,11 @@ KavHostValue RecordArena::Build(const Value& value) {
     }
     case Value::Kind::kMap: {
       const Value::Map& entries = value.AsMap();
-      KavHostMapEntry* built = Records<KavHostMapEntry>(entries.size());
+      auto* built =
+          reinterpret_cast<KavHostMapEntry*>(take(entries.size() * sizeof(KavHostMapEntry)));
       for (size_t i = 0; i < entries.size(); ++i) {
-        built[i].key = Text(entries[i].key);
-        built[i].value = Build(entries[i].value);
+        built[i].key = text(entries[i].key);
+        built[i].value = LayOut(entries[i].value, cursor);
         built[i].owns_key = 1;
       }
       record.kind = KAV_VALUE_MAP;
@@ -233,6 +274,14 @@ KavHostValue RecordArena::Build(const Value& value) {
     }
   }
   return record;
+}
+
+}  // namespace
+
+KavHostValue RecordArena::Build(const Value& value) {
+  // Sized first, then laid out in one block of this arena.
+  uint8_t* cursor = Bytes(LaidOutSize(value));
+  return LayOut(value, cursor);
 }
 
 const char* RecordArena::Text(std::string_view text) {

@@ -104,7 +104,8 @@ class RecordArena {
   RecordArena& operator=(const RecordArena&) = delete;
 
   // The record of `value`, with the owned kinds (6, 8, 9 and 10) for texts,
-  // blobs, arrays and maps, whose parts this arena owns.
+  // blobs, arrays and maps, whose parts this arena owns: all of them in one
+  // block, sized first.
   KavHostValue Build(const Value& value);
   // A stable zero-terminated copy of `text`.
   const char* Text(std::string_view text);

@@ -44,6 +44,12 @@ struct MemoryStatistics {
   uint64_t LiveAllocations() const { return allocations - frees; }
 };
 
+// Every table hands out blocks that start on a multiple of this many bytes,
+// as every system heap does (8 on 32-bit systems, 16 on 64-bit ones); host
+// values tell their layouts apart by it (binding/host_value.h). REQUIRES of
+// a replacement table.
+inline constexpr size_t kPluginBlockAlignment = 8;
+
 // Replaces the table; returns the previous one. A replacement is responsible
 // for its own bookkeeping. REQUIRES: no block allocated through the old table
 // is freed through the new one unless both agree on the heap.

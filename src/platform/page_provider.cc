@@ -39,7 +39,17 @@ void* PageProvider::AcquirePage() {
     const uintptr_t base = reinterpret_cast<uintptr_t>(memory);
     Region* region;
     try {
-      region = &regions_[base];
+      // Room to keep this region's map node when it is released.
+      if (spare_nodes_.capacity() <= regions_.size()) spare_nodes_.reserve(2 * regions_.size() + 1);
+      if (spare_nodes_.empty()) {
+        region = &regions_[base];
+      } else {
+        auto node = std::move(spare_nodes_.back());
+        spare_nodes_.pop_back();
+        node.key() = base;
+        node.mapped() = Region{};
+        region = &regions_.insert(std::move(node)).position->second;
+      }
     } catch (...) {
       ReleaseSystemRegion(memory, kRegionSize);
       throw;
@@ -96,7 +106,8 @@ void PageProvider::ReleaseLocked(void* page) noexcept {
   }
   UnlinkAvailable(region);
   ReleaseSystemRegion(reinterpret_cast<void*>(region.base), kRegionSize);
-  regions_.erase(found);
+  auto node = regions_.extract(found);
+  if (spare_nodes_.size() < spare_nodes_.capacity()) spare_nodes_.push_back(std::move(node));
   --statistics_.regions_held;
   ++statistics_.regions_released_total;
 }

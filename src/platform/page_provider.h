@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <mutex>
 #include <unordered_map>
+#include <vector>
 
 namespace kav {
 
@@ -69,8 +70,14 @@ class PageProvider {
   const size_t retained_empty_regions_;
   mutable std::mutex mutex_;
   std::unordered_map<uintptr_t, Region> regions_;  // by base address
-  Region* available_ = nullptr;                    // regions with a free page
-  size_t empty_regions_ = 0;                       // regions with all pages free
+  // The map nodes of released regions, kept for the next regions: regions
+  // come and go with the trees on them, and a node allocated afresh each
+  // time would make the heap's byte counts depend on which block the heap
+  // happens to hand out. Its capacity exceeds the regions held, so that a
+  // release never allocates.
+  std::vector<std::unordered_map<uintptr_t, Region>::node_type> spare_nodes_;
+  Region* available_ = nullptr;  // regions with a free page
+  size_t empty_regions_ = 0;     // regions with all pages free
   PageProviderStatistics statistics_{};
 };
 

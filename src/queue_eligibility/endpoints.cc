@@ -22,6 +22,18 @@ constexpr char kCustomStatusPath[] = "/kav-kr-shutdown-law/v1/custom-status";
 // The queue id of the answer about custom games.
 constexpr int32_t kCustomGameQueueId = -1;
 
+// `ids` in ascending order: `ids` itself when it already is, as lists mostly
+// arrive, else a sorted copy kept in `storage`. Two allocations fewer per
+// call (tests/host/answer_memory_test.cc; about 2% of the instructions of
+// eligibility_bench CachedSelfEligibility/50/50).
+template <class Id>
+const std::vector<Id>& Sorted(const std::vector<Id>& ids, std::vector<Id>& storage) {
+  if (std::is_sorted(ids.begin(), ids.end())) return ids;
+  storage = ids;
+  std::sort(storage.begin(), storage.end());
+  return storage;
+}
+
 }  // namespace
 
 QueueEligibilityModule::EligibilityAnswer QueueEligibilityModule::EligibilityV1(
@@ -36,10 +48,10 @@ QueueEligibilityModule::EligibilityAnswer QueueEligibilityModule::EligibilityV2(
 
 QueueEligibilityModule::EligibilityAnswer QueueEligibilityModule::EligibilityV3(
     const std::vector<uint64_t>& summoner_ids, const std::vector<int32_t>& queue_ids) {
-  std::vector<uint64_t> party = summoner_ids;
-  std::vector<int32_t> queues = queue_ids;
-  std::sort(party.begin(), party.end());
-  std::sort(queues.begin(), queues.end());
+  std::vector<uint64_t> sorted_party;
+  std::vector<int32_t> sorted_queues;
+  const std::vector<uint64_t>& party = Sorted(summoner_ids, sorted_party);
+  const std::vector<int32_t>& queues = Sorted(queue_ids, sorted_queues);
   if (!gate_keeper_enabled_) return EvaluateLocalRules(party, queues);
   if (party.size() == 1 && party.front() == summoner_id_) return GetSelfEligibility(party, queues);
   return ComputeEligibility(party, queues);

@@ -1,7 +1,10 @@
 #include "binding/host_value.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -312,6 +315,170 @@ TEST(HostValueTest, ValuesNestedPastTheLimitAreNotHandedOver) {
     }
     testing_support::RunOnSmallStack([&] { ReleaseHostValue(host); });
     EXPECT_EQ(ReadMemoryStatistics().BytesInUse(), before);
+  }
+}
+
+// Everything a reader of `value` can see: kinds, counts, ownership bytes and
+// the bytes of texts (with the zero that ends them) and blobs; not where the
+// parts lie.
+std::string Records(const KavHostValue& value) {
+  const void* data = value.payload.ref.data;
+  const uint32_t size = value.payload.ref.size;
+  switch (value.kind) {
+    case KAV_VALUE_BOOL:
+      return value.payload.boolean != 0 ? "true" : "false";
+    case KAV_VALUE_SIGNED:
+      return "s" + std::to_string(value.payload.i64);
+    case KAV_VALUE_UNSIGNED:
+      return "u" + std::to_string(value.payload.u64);
+    case KAV_VALUE_FLOAT:
+      return "f" + std::to_string(value.payload.f64);
+    case KAV_VALUE_STRING_OWNED: {
+      const auto* text = static_cast<const char*>(data);
+      return "\"" + std::string(text, size) + (text[size] == '\0' ? "\"" : "\"unterminated");
+    }
+    case KAV_VALUE_BLOB_OWNED: {
+      std::string bytes = "blob" + std::to_string(size) + ":";
+      for (uint32_t i = 0; i < size; ++i) {
+        bytes += std::to_string(static_cast<const uint8_t*>(data)[i]) + ",";
+      }
+      return bytes;
+    }
+    case KAV_VALUE_ARRAY: {
+      std::string text = "[" + std::to_string(size) + (data == nullptr ? " no block:" : ":");
+      for (uint32_t i = 0; i < size; ++i) {
+        text += Records(static_cast<const KavHostValue*>(data)[i]) + ",";
+      }
+      return text + "]";
+    }
+    case KAV_VALUE_MAP: {
+      std::string text = "{" + std::to_string(size) + (data == nullptr ? " no block:" : ":");
+      for (uint32_t i = 0; i < size; ++i) {
+        const KavHostMapEntry& entry = static_cast<const KavHostMapEntry*>(data)[i];
+        text += std::string(entry.key) + (entry.owns_key == 1 ? "=" : "(borrowed)=") +
+                Records(entry.value) + ",";
+      }
+      return text + "}";
+    }
+    default:
+      return "kind" + std::to_string(value.kind);
+  }
+}
+
+// Whether every array, entry, key and text of `value`'s tree lies in
+// [begin, end).
+bool AllInside(const KavHostValue& value, const std::byte* begin, const std::byte* end) {
+  const auto inside = [&](const void* pointer, size_t size) {
+    const auto* bytes = static_cast<const std::byte*>(pointer);
+    return std::less_equal<>()(begin, bytes) && std::less_equal<>()(bytes + size, end);
+  };
+  const void* data = value.payload.ref.data;
+  const uint32_t size = value.payload.ref.size;
+  switch (value.kind) {
+    case KAV_VALUE_STRING_OWNED:
+      return inside(data, size + 1);
+    case KAV_VALUE_BLOB_OWNED:
+      return data == nullptr || inside(data, size);
+    case KAV_VALUE_ARRAY: {
+      if (data == nullptr) return true;
+      const auto* elements = static_cast<const KavHostValue*>(data);
+      if (!inside(elements, size * sizeof(KavHostValue))) return false;
+      for (uint32_t i = 0; i < size; ++i) {
+        if (!AllInside(elements[i], begin, end)) return false;
+      }
+      return true;
+    }
+    case KAV_VALUE_MAP: {
+      if (data == nullptr) return true;
+      const auto* entries = static_cast<const KavHostMapEntry*>(data);
+      if (!inside(entries, size * sizeof(KavHostMapEntry))) return false;
+      for (uint32_t i = 0; i < size; ++i) {
+        if (!inside(entries[i].key, std::strlen(entries[i].key) + 1)) return false;
+        if (!AllInside(entries[i].value, begin, end)) return false;
+      }
+      return true;
+    }
+    default:
+      return true;
+  }
+}
+
+TEST(HostValueTest, OneBlockValuesShowTheSameRecordsInOneAllocation) {
+  TypeRegistry registry;
+  RegisterEnumeration<Shade>(registry, "Shade");
+  enum class Way {
+    kToHostValue,        // sized, then built in its block
+    kLaidOutFromStack,   // built in an arena's initial memory, copied whole
+    kLaidOutFromChunks,  // built in an arena that had to grow, copied region by region
+    kCopied,             // built piece by piece, copied record by record
+  };
+  struct Row {
+    const char* name;
+    BindingProperty source;
+    Way way;
+    uint64_t blocks;  // held while the value lives
+  };
+  BindingProperty list_of_structures;
+  for (int i = 0; i < 40; ++i) {
+    BindingProperty& element = list_of_structures.Append();
+    element.Member("queueId").SetSigned(400 + i);
+    element.Member("shade").SetEnum(i % 2 + 1, StaticType::Of<Shade>());
+    element.Member("restrictions").MakeCollection();
+  }
+  BindingProperty text;
+  text.SetString("alone");
+  BindingProperty empty_list;
+  empty_list.MakeCollection();
+  std::vector<Row> rows;
+  for (Way way :
+       {Way::kToHostValue, Way::kLaidOutFromStack, Way::kLaidOutFromChunks, Way::kCopied}) {
+    rows.push_back({"every kind", EveryKind(), way, 1});
+    rows.push_back({"a list of structures with enumerator names", list_of_structures, way, 1});
+    rows.push_back({"a text alone", text, way, 1});
+    rows.push_back({"an empty list", empty_list, way, 0});
+  }
+
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.name) + ", way " + std::to_string(static_cast<int>(row.way)));
+    KavHostValue piecewise{};
+    BuildHostValue(piecewise, row.source, &registry);
+    const std::string expected = Records(piecewise);
+    ReleaseHostValue(piecewise);
+
+    KavHostValue elsewhere{};
+    if (row.way == Way::kCopied) BuildHostValue(elsewhere, row.source, &registry);
+    const MemoryStatistics before = ReadMemoryStatistics();
+    KavHostValue host{};
+    if (row.way == Way::kToHostValue) {
+      ASSERT_TRUE(ToHostValue(host, row.source, &registry));
+    } else if (row.way == Way::kCopied) {
+      LayOutHostValue(host, elsewhere);
+    } else {
+      std::byte initial[8192];
+      HostValueArena arena(row.way == Way::kLaidOutFromStack ? std::span<std::byte>(initial)
+                                                             : std::span<std::byte>());
+      KavHostValue built{};
+      BuildHostValue(built, row.source, &registry, &arena);
+      LayOutHostValue(host, built, arena);
+    }
+    const MemoryStatistics built = ReadMemoryStatistics();
+    EXPECT_EQ(Records(host), expected);
+    EXPECT_EQ(built.LiveAllocations() - before.LiveAllocations(), row.blocks);
+    if (KindOf(host) == KAV_VALUE_ARRAY || KindOf(host) == KAV_VALUE_MAP) {
+      if (const void* records = host.payload.ref.data) {
+        // A one-block value's records start kOneBlockOffset bytes into its
+        // block, and everything it owns lies in that block.
+        const auto* block = static_cast<const std::byte*>(records) - kOneBlockOffset;
+        EXPECT_TRUE(AllInside(host, block, block + PluginUsableSize(block)));
+      }
+    }
+
+    ReleaseHostValue(host);
+    EXPECT_EQ(KindOf(host), static_cast<uint32_t>(KAV_VALUE_NULL));
+    const MemoryStatistics released = ReadMemoryStatistics();
+    EXPECT_EQ(released.BytesInUse(), before.BytesInUse());
+    EXPECT_EQ(released.frees - built.frees, row.blocks) << "released with one free";
+    ReleaseHostValue(elsewhere);
   }
 }
 
