@@ -11,7 +11,29 @@ struct PluginWorker::Task {
   TaskKind kind;
   std::function<void(ScenarioHost&)> run;
   State state = State::kQueued;  // guarded by the worker's mutex
-  std::condition_variable finished;
+  // Signalled once the task is done or dropped, after `state` says which.
+  // The waiting thread waits on the task's own lock, not the worker's, so
+  // that a finished call does not contend with the plugin thread taking the
+  // next one (scripts/bench-serve.sh: the flag resource under 64 connections).
+  std::mutex finished_mutex;
+  std::condition_variable finished_signal;
+  bool finished = false;  // guarded by finished_mutex
+
+  void Finish() {
+    {
+      std::lock_guard lock(finished_mutex);
+      finished = true;
+    }
+    finished_signal.notify_one();
+  }
+  bool WaitUntil(std::chrono::steady_clock::time_point deadline) {
+    std::unique_lock lock(finished_mutex);
+    return finished_signal.wait_until(lock, deadline, [this] { return finished; });
+  }
+  void Wait() {
+    std::unique_lock lock(finished_mutex);
+    finished_signal.wait(lock, [this] { return finished; });
+  }
 };
 
 PluginWorker::PluginWorker(PluginWorkerOptions options) : options_(std::move(options)) {}
@@ -60,18 +82,20 @@ PluginWorker::RunResult PluginWorker::Run(TaskKind kind, std::function<void(Scen
   if (!start_ok_ || stopping_) return RunResult::kStopped;
   if (queue_.size() >= options_.max_queued_tasks) return RunResult::kBusy;
   queue_.push_back(task);
-  wake_.notify_one();
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  const auto ended = [&] {
-    return task->state == Task::State::kDone || task->state == Task::State::kDropped;
-  };
-  if (!task->finished.wait_until(lock, deadline, ended)) {
+  // A busy plugin thread looks at the queue before it waits again.
+  const bool wake = plugin_thread_waiting_;
+  lock.unlock();
+  if (wake) wake_.notify_one();
+  if (!task->WaitUntil(std::chrono::steady_clock::now() + timeout)) {
+    lock.lock();
     if (task->state == Task::State::kQueued) {
       std::erase(queue_, task);
       return RunResult::kTimedOut;
     }
-    task->finished.wait(lock, ended);  // started: wait for its end
+    lock.unlock();
+    task->Wait();  // started: wait for its end
   }
+  // Written before the task was signalled finished: no lock needed.
   return task->state == Task::State::kDone ? RunResult::kDone : RunResult::kStopped;
 }
 
@@ -126,13 +150,15 @@ void PluginWorker::ThreadMain() {
     std::shared_ptr<Task> task;
     {
       std::unique_lock lock(mutex_);
+      plugin_thread_waiting_ = true;
       wake_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
+      plugin_thread_waiting_ = false;
       if (stopping_) {
-        for (const std::shared_ptr<Task>& dropped : queue_) {
-          dropped->state = Task::State::kDropped;
-          dropped->finished.notify_all();
-        }
-        queue_.clear();
+        std::deque<std::shared_ptr<Task>> dropped;
+        dropped.swap(queue_);
+        for (const std::shared_ptr<Task>& task : dropped) task->state = Task::State::kDropped;
+        lock.unlock();
+        for (const std::shared_ptr<Task>& task : dropped) task->Finish();
         break;
       }
       task = std::move(queue_.front());
@@ -159,10 +185,12 @@ void PluginWorker::Execute(Task& task) {
     task.run(*host_);
   }
   ClearJournals();
-  std::lock_guard lock(mutex_);
-  task.state = Task::State::kDone;
-  ++tasks_run_;
-  task.finished.notify_all();
+  {
+    std::lock_guard lock(mutex_);
+    task.state = Task::State::kDone;
+    ++tasks_run_;
+  }
+  task.Finish();
 }
 
 void PluginWorker::RunHostWork() {
@@ -183,11 +211,13 @@ void PluginWorker::RunHostWork() {
     in_host_work_ = true;
     task->run(*host_);
     in_host_work_ = false;
-    std::lock_guard lock(mutex_);
-    task->state = Task::State::kDone;
-    ++tasks_run_;
-    ++host_work_in_yields_;
-    task->finished.notify_all();
+    {
+      std::lock_guard lock(mutex_);
+      task->state = Task::State::kDone;
+      ++tasks_run_;
+      ++host_work_in_yields_;
+    }
+    task->Finish();
   }
 }
 

@@ -131,6 +131,7 @@ class PluginWorker {
   bool start_done_ = false;
   bool start_ok_ = false;
   bool stopping_ = false;
+  bool plugin_thread_waiting_ = false;  // waits on wake_ for a task
   std::string start_error_;
   uint64_t tasks_run_ = 0;
   uint64_t gatekeeper_queries_ = 0;
