@@ -6,7 +6,9 @@
 # of at most 8 KiB (longer seeds are cut; the replay
 # of the smoke run reads them whole). The inputs that add coverage are
 # then merged into the checked-in corpus fuzz/corpus/<target>/ (files of
-# at most 4 KiB).
+# at most 4 KiB): an input is kept when it reaches an edge that none of the
+# others reaches (hit counts aside, which keeps the corpus to a few hundred
+# files that CI replays in seconds).
 #
 # Usage: scripts/fuzz-long.sh TARGET [WORK_DIR]
 # Expects the fuzz preset built (scripts/fuzz-smoke.sh builds it). The run's
@@ -48,6 +50,6 @@ nice -n 19 "$binary" -rss_limit_mb=1536 -malloc_limit_mb=64 -timeout=60 "-dict=$
 grep -E '^#[0-9]+[[:space:]]+DONE|^stat::' "$work/$target.log" || true
 
 # Keep what adds coverage, in small files.
-nice -n 19 "$binary" -merge=1 -max_len=4096 "${extra[@]}" "fuzz/corpus/$target" \
+nice -n 19 "$binary" -merge=1 -use_counters=0 -max_len=4096 "${extra[@]}" "fuzz/corpus/$target" \
   "$work/$target-corpus" >"$work/$target-merge.log" 2>&1
 echo "fuzz-long: fuzz/corpus/$target holds $(find "fuzz/corpus/$target" -type f | wc -l) inputs"
