@@ -38,6 +38,12 @@ if [[ ! -f $stamp ]]; then
   ) 9>"$WINEPREFIX.lock"
 fi
 
+# A server that outlives each program by 30 s: one started per program ends
+# when its last client does, and a program started by a parallel CTest job at
+# that moment loses its connection ("recvmsg: Connection reset by peer").
+# When a server runs already, this one exits at once.
+"$wineserver" -p 30 2>/dev/null || true
+
 # Windows programs end their lines with CR LF; the test lister's output is
 # read by CMake, which expects bare line feeds.
 for argument in "$@"; do
