@@ -22,6 +22,7 @@
 #include "binding/builtin_types.h"
 #include "binding/conversion.h"
 #include "binding/host_value.h"
+#include "finding.h"
 #include "plugin/host_types.h"
 #include "queue_eligibility/api_types.h"
 #include "serialization/json.h"
@@ -37,10 +38,7 @@ namespace mqds = queue_eligibility::mqds;
 
 TypeRegistry* g_registry = nullptr;
 
-[[noreturn]] void Fail(const char* what, std::string_view detail) {
-  std::fprintf(stderr, "%s: %.*s\n", what, static_cast<int>(detail.size()), detail.data());
-  std::abort();
-}
+using kav::fuzz::Fail;
 
 // The source value of an argument text: decoded for a structured target as
 // call dispatch guesses its format, else the text itself.

@@ -37,6 +37,7 @@
 #include <utility>
 #include <vector>
 
+#include "finding.h"
 #include "host/scenario_host.h"
 #include "host_value_trees.h"
 #include "small_stack.h"
@@ -48,10 +49,7 @@ using kav::host::ReferenceHost;
 using kav::host::Scenario;
 using kav::host::ScenarioHost;
 
-[[noreturn]] void Fail(const char* what, std::string_view detail) {
-  std::fprintf(stderr, "%s: %.*s\n", what, static_cast<int>(detail.size()), detail.data());
-  std::abort();
-}
+using kav::fuzz::Fail;
 
 // A call of the main job, with the requests the module makes during it.
 struct ProbeCall {

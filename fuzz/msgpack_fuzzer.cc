@@ -9,16 +9,14 @@
 #include <string>
 #include <string_view>
 
+#include "finding.h"
 #include "serialization/json.h"
 #include "serialization/msgpack.h"
 #include "small_stack.h"
 
 namespace {
 
-[[noreturn]] void Fail(const char* what, std::string_view detail) {
-  std::fprintf(stderr, "%s: %.*s\n", what, static_cast<int>(detail.size()), detail.data());
-  std::abort();
-}
+using kav::fuzz::Fail;
 
 }  // namespace
 

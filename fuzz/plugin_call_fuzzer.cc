@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "finding.h"
 #include "host/scenario_host.h"
 #include "host_value_trees.h"
 #include "small_stack.h"
@@ -27,10 +28,7 @@ namespace {
 using kav::fuzz::HostValueTrees;
 using kav::host::ScenarioHost;
 
-[[noreturn]] void Fail(const char* what, std::string_view detail) {
-  std::fprintf(stderr, "%s: %.*s\n", what, static_cast<int>(detail.size()), detail.data());
-  std::abort();
-}
+using kav::fuzz::Fail;
 
 struct Entry {
   const KavResourceEntry* record;

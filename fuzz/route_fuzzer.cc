@@ -14,6 +14,7 @@
 #include <string>
 #include <string_view>
 
+#include "finding.h"
 #include "routing/route.h"
 #include "small_stack.h"
 
@@ -21,10 +22,7 @@ namespace {
 
 using namespace kav;
 
-[[noreturn]] void Fail(const char* what, std::string_view detail) {
-  std::fprintf(stderr, "%s: %.*s\n", what, static_cast<int>(detail.size()), detail.data());
-  std::abort();
-}
+using kav::fuzz::Fail;
 
 constexpr size_t kOracleGroups = 3;
 constexpr size_t kOraclePath = 48;

@@ -817,17 +817,31 @@ ScenarioFormat DetectScenarioFormat(std::string_view file_name, std::string_view
                                                                : ScenarioFormat::kYaml;
 }
 
+namespace {
+
+std::optional<DocumentNode> ReadDocument(std::string_view text, ScenarioFormat format,
+                                         DocumentError* error) {
+  return format == ScenarioFormat::kJson ? ReadJsonDocument(text, error)
+                                         : ReadYamlDocument(text, error);
+}
+
+// "<source>:<line>:<column>: JSON: <message>" (or YAML).
+std::string DocumentErrorText(const DocumentError& error, ScenarioFormat format,
+                              std::string_view source) {
+  return std::string(source) + ":" + std::to_string(error.position.line) + ":" +
+         std::to_string(error.position.column) + ": " +
+         (format == ScenarioFormat::kJson ? "JSON: " : "YAML: ") + error.message;
+}
+
+}  // namespace
+
 ScenarioResult ParseScenario(std::string_view text, ScenarioFormat format,
                              std::string_view source) {
   ScenarioResult result;
   DocumentError document_error;
-  std::optional<DocumentNode> document = format == ScenarioFormat::kJson
-                                             ? ReadJsonDocument(text, &document_error)
-                                             : ReadYamlDocument(text, &document_error);
+  std::optional<DocumentNode> document = ReadDocument(text, format, &document_error);
   if (!document.has_value()) {
-    result.error = std::string(source) + ":" + std::to_string(document_error.position.line) + ":" +
-                   std::to_string(document_error.position.column) + ": " +
-                   (format == ScenarioFormat::kJson ? "JSON: " : "YAML: ") + document_error.message;
+    result.error = DocumentErrorText(document_error, format, source);
     return result;
   }
   ScenarioReader reader(source);
@@ -860,9 +874,7 @@ ScenarioActionResult ReadAction(const std::optional<DocumentNode>& document,
                                 std::string_view source) {
   ScenarioActionResult result;
   if (!document.has_value()) {
-    result.error = std::string(source) + ":" + std::to_string(document_error.position.line) + ":" +
-                   std::to_string(document_error.position.column) + ": " +
-                   (format == ScenarioFormat::kJson ? "JSON: " : "YAML: ") + document_error.message;
+    result.error = DocumentErrorText(document_error, format, source);
     return result;
   }
   ScenarioReader reader(source);
@@ -873,12 +885,6 @@ ScenarioActionResult ReadAction(const std::optional<DocumentNode>& document,
   }
   result.action = std::move(action);
   return result;
-}
-
-std::optional<DocumentNode> ReadDocument(std::string_view text, ScenarioFormat format,
-                                         DocumentError* error) {
-  return format == ScenarioFormat::kJson ? ReadJsonDocument(text, error)
-                                         : ReadYamlDocument(text, error);
 }
 
 }  // namespace
