@@ -1,5 +1,6 @@
 #include "routing/argument_binding.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdint>
@@ -8,13 +9,13 @@
 #include "binding/host_value.h"
 #include "binding/type_registry.h"
 #include "diagnostics/format.h"
+#include "routing/integer_list.h"
 #include "serialization/json.h"
 #include "serialization/msgpack.h"
 #include "serialization/yaml.h"
 
 namespace kav {
 namespace {
-
 
 std::string Lower(std::string_view text) {
   std::string lowered(text);
@@ -47,6 +48,22 @@ bool IsStructuredKind(TypeKind kind) {
   return kind == TypeKind::kObject || kind == TypeKind::kVector || kind == TypeKind::kStruct;
 }
 
+bool IsIntegerKind(TypeKind kind) {
+  switch (kind) {
+    case TypeKind::kInt8:
+    case TypeKind::kInt16:
+    case TypeKind::kInt32:
+    case TypeKind::kInt64:
+    case TypeKind::kUint8:
+    case TypeKind::kUint16:
+    case TypeKind::kUint32:
+    case TypeKind::kUint64:
+      return true;
+    default:
+      return false;
+  }
+}
+
 }  // namespace
 
 HeaderMap ReadHeaders(const KavRequest& request) {
@@ -77,6 +94,8 @@ TextPairs ParseQuery(std::string_view url) {
   size_t question = url.find('?');
   if (question == std::string_view::npos) return pairs;
   std::string_view query = url.substr(question + 1);
+  // One allocation for the pairs (tests/host/answer_memory_test.cc).
+  pairs.reserve(1 + static_cast<size_t>(std::count(query.begin(), query.end(), '&')));
   // Names seen so far, by position. A short query is searched linearly; the
   // index is built only once the query has many names (dispatch_bench
   // BM_V3CallThroughTable).
@@ -120,15 +139,42 @@ void ArgumentBinder::BindRequest(const KavRequest& request, const HeaderMap& hea
   // Absent sources are skipped without a call: most requests bring only a
   // query, and a function without parameters binds nothing at all
   // (dispatch_bench BM_FlagCallThroughTable).
-  TextPairs header_arguments;
-  if (!headers.empty()) header_arguments = HeaderArguments(headers, function_, endpoint_);
-  const TextPairs query = ParseQuery(request.url != nullptr ? request.url : "");
-  if (!function_.parameters.empty() || !header_arguments.empty() || !path.empty() ||
-      !query.empty()) {
-    BindArguments(header_arguments, path, query);
+  if (!headers.empty()) header_arguments_ = HeaderArguments(headers, function_, endpoint_);
+  query_ = ParseQuery(request.url != nullptr ? request.url : "");
+  if (!function_.parameters.empty() || !header_arguments_.empty() || !path.empty() ||
+      !query_.empty()) {
+    defer_integer_lists_ = true;
+    BindArguments(header_arguments_, path, query_);
+    defer_integer_lists_ = false;
   }
   if (request.argument_count != 0) BindHostArguments(request, path.size());
   if (result_.Ok() && request.body != nullptr) BindBody(request);
+}
+
+bool ArgumentBinder::DeferIntegerList(size_t index, std::string_view text) {
+  if (!defer_integer_lists_ || index >= kMaxIntegerLists) return false;
+  const TypeSpecification& type = function_.parameters[index].type;
+  if (type.kind != TypeKind::kVector || !IsIntegerKind(type.elementKind)) return false;
+  // A plain list opens with "[", which never looks like MessagePack, so the
+  // generic way would read it as JSON.
+  const std::optional<size_t> count = PlainIntegerListCount(text);
+  if (!count) return false;
+  arguments_[index].Clear();
+  integer_lists_[index] = {text, *count};
+  return true;
+}
+
+void ArgumentBinder::MaterializeArgument(size_t index) {
+  const IntegerList* list = IntegerListOf(index);
+  if (list == nullptr) return;
+  const std::string_view text = list->text;
+  ForgetIntegerList(index);
+  DecodeArgumentText(arguments_[index], index, text, {}, true);
+}
+
+std::span<const BindingProperty> ArgumentBinder::MaterializedArguments() {
+  for (size_t index = 0; index < kMaxIntegerLists; ++index) MaterializeArgument(index);
+  return arguments_;
 }
 
 void ArgumentBinder::FailUnknownArgument(std::string_view name) {
@@ -173,12 +219,15 @@ void ArgumentBinder::BindOne(std::string_view key, std::string_view text,
                                    {name, std::string_view(function_.name)}));
     return;
   }
+  // A later text for the same parameter works on its generic value.
+  MaterializeArgument(*index);
   BindingProperty& argument = arguments_[*index];
   if (dot != std::string_view::npos) {
     ApplyIndexPath(argument, *index, key.substr(dot + 1), text);
     return;
   }
   TypeKind kind = function_.parameters[*index].type.kind;
+  if (DeferIntegerList(*index, text)) return;
   if (!text.empty()) {
     DecodeArgumentText(argument, *index, text, {}, IsStructuredKind(kind));
     return;
@@ -306,6 +355,7 @@ void ArgumentBinder::BindHostArguments(const KavRequest& request, size_t path_pa
         return;
       }
     }
+    ForgetIntegerList(*index);
     BindingProperty& argument = arguments_[*index];
     argument.Clear();
     BindingResult converted;
@@ -350,6 +400,7 @@ void ArgumentBinder::BindBody(const KavRequest& request) {
     result_.SetError(decoded.Error());
     return;
   }
+  ForgetIntegerList(*body_parameter);
   arguments_[*body_parameter] = std::move(static_cast<BindingProperty&>(decoded));
 }
 

@@ -77,7 +77,7 @@ void Dispatch(KavResponse& response, const KavRequest& request, const RouteMatch
     result.value.SetError("Invalid function");
     result.status = 404;
   } else if (result.value.Ok()) {
-    state = implementation->PrepareArguments(result.value, binder.arguments(), request.context);
+    state = implementation->PrepareBound(result.value, binder, request.context);
   }
   PreparedGuard guard(implementation, state);
   if (result.value.Ok()) Invoke(*implementation, result, state, request, registry, headers);
@@ -156,10 +156,14 @@ void KAV_CALL OnCall(KavResponse* response, const KavRequest* request) {
     return;
   }
   try {
-    Route route(*binding->endpoint);
     // No registry: built-ins are not served to the host, and the answer's
     // enumerators reach it as numbers, which it names from the API
     // description it was given.
+    if (binding->route != nullptr && binding->route->endpoint() == binding->endpoint) {
+      HandleCall(nullptr, *response, *request, {binding->route.get(), 1});
+      return;
+    }
+    Route route(*binding->endpoint);
     HandleCall(nullptr, *response, *request, {&route, 1});
   } catch (...) {
     HandleCall(nullptr, *response, *request, {});  // answers "Invalid function"

@@ -11,6 +11,7 @@
 #ifndef KAV_ROUTING_TYPED_IMPLEMENTATION_H_
 #define KAV_ROUTING_TYPED_IMPLEMENTATION_H_
 
+#include <atomic>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -27,11 +28,14 @@
 #include "binding/binding_property.h"
 #include "binding/conversion_rules.h"
 #include "binding/host_value.h"
+#include "binding/host_value_list.h"
 #include "binding/static_type.h"
 #include "binding/type_converter.h"
 #include "binding/type_registry.h"
 #include "platform/allocation.h"
+#include "routing/argument_binding.h"
 #include "routing/function_implementation.h"
+#include "routing/integer_list.h"
 
 namespace kav {
 
@@ -93,6 +97,11 @@ TypeSpecification ResultSpecification(const TypeRegistry& registry) {
   }
 }
 
+template <class T>
+struct IsHostValueList : std::false_type {};
+template <class T>
+struct IsHostValueList<HostValueList<T>> : std::true_type {};
+
 // The stack memory in which an answer is built before it is laid out in its
 // one block; larger answers take chunks from the heap for the while.
 inline constexpr size_t kAnswerScratchBytes = 16 * 1024;
@@ -107,6 +116,24 @@ void ConvertAnswerValue(CallResult& call_result, const T& value, const TypeSpeci
     call_result.value.Member("asyncToken").SetUnsigned(value.asyncToken);
   } else if constexpr (std::same_as<T, AsyncCallback>) {
     call_result.value.Member("id").SetUnsigned(value.id);
+  } else if constexpr (IsHostValueList<T>::value) {
+    if (!value.IsPicks()) {
+      ConvertAnswerValue(call_result, value.values(), spec, registry);
+      return;
+    }
+    // Copied from images laid out once, not converted again
+    // (eligibility_bench CachedSelfEligibility/N/M).
+    try {
+      KavHostValue laid_out{};
+      value.LayOutPicks(call_result.value, laid_out, spec.type, registry,
+                        call_result.enumerator_names);
+      if (call_result.value.Ok()) {
+        call_result.host_value = laid_out;
+        call_result.has_host_value = true;
+      }
+    } catch (const std::bad_alloc&) {
+      call_result.host_value_failed = true;
+    }
   } else {
     // Straight to the host's format: the answer is only ever handed to the
     // host, so the BindingProperty in between would be built for nothing
@@ -136,6 +163,35 @@ struct PreparedTuple final : PreparedArguments {
   std::tuple<Values...> values;
 };
 
+template <class T>
+struct IsIntegerVector : std::false_type {};
+template <ListInteger T>
+struct IsIntegerVector<std::vector<T>> : std::true_type {};
+
+// Parameter types whose prepared values are cleared and kept for the next
+// call rather than freed, with the memory of their vectors and texts.
+template <class T>
+concept ReusableValue = std::is_arithmetic_v<T> || std::is_enum_v<T> ||
+    std::same_as<T, std::string> ||
+    (IsIntegerVector<T>::value || std::same_as<T, std::vector<double>>);
+
+// A prepared value kept for reuse holds at most this much memory.
+inline constexpr size_t kMostReusedBytes = 16 * 1024;
+
+// Resets `value` to what a new one holds; false when it holds too much
+// memory to be kept.
+template <ReusableValue T>
+bool ClearForReuse(T& value) {
+  if constexpr (std::is_arithmetic_v<T> || std::is_enum_v<T>) {
+    value = T{};
+    return true;
+  } else {
+    if (value.capacity() > kMostReusedBytes / sizeof(typename T::value_type)) return false;
+    value.clear();
+    return true;
+  }
+}
+
 // Copies what a MaybeType-shaped answer carries beside its value.
 template <class R>
 void CopyAnswerExtras(CallResult& call_result, R& answer) {
@@ -160,12 +216,23 @@ class TypedImplementation final : public FunctionImplementation {
                       const TypeRegistry& registry)
       : handler_(std::move(handler)), function_(function), registry_(registry) {}
 
+  TypedImplementation(const TypedImplementation&) = delete;
+  TypedImplementation& operator=(const TypedImplementation&) = delete;
+  ~TypedImplementation() override { delete spare_.load(); }
+
   PreparedArguments* PrepareArguments(BindingResult& result,
                                       std::span<const BindingProperty> arguments,
                                       uint32_t /*call_context*/) override {
-    auto state = std::make_unique<Prepared>();
+    Prepared* state = NewPrepared();
     ConvertArguments(result, arguments, state->values, std::index_sequence_for<Parameters...>{});
-    return state.release();
+    return state;
+  }
+
+  PreparedArguments* PrepareBound(BindingResult& result, ArgumentBinder& binder,
+                                  uint32_t /*call_context*/) override {
+    Prepared* state = NewPrepared();
+    ConvertBound(result, binder, state->values, std::index_sequence_for<Parameters...>{});
+    return state;
   }
 
   void Invoke(CallResult& call_result, const AsyncCallContext* /*async_context*/,
@@ -189,13 +256,62 @@ class TypedImplementation final : public FunctionImplementation {
     }
   }
 
-  void ReleaseArguments(PreparedArguments* state) override { delete state; }
+  void ReleaseArguments(PreparedArguments* state) override {
+    auto* prepared = static_cast<Prepared*>(state);
+    if constexpr (kReusable) {
+      if (ClearValues(prepared->values, std::index_sequence_for<Parameters...>{})) {
+        Prepared* empty = nullptr;
+        if (spare_.compare_exchange_strong(empty, prepared)) return;
+      }
+    }
+    delete prepared;
+  }
   const void* Handler() const override { return &handler_; }
   const StaticTypeIdentity& ResultType() const override {
     return StaticType::Of<typename AnswerTraits<Result>::Value>();
   }
 
  private:
+  // The prepared state of one call is kept for the next, with the memory of
+  // its vectors: no allocation for it on a call after the first
+  // (tests/host/answer_memory_test.cc, eligibility_bench
+  // CachedSelfEligibility/50/50).
+  static constexpr bool kReusable = (ReusableValue<std::remove_cvref_t<Parameters>> && ...);
+
+  Prepared* NewPrepared() {
+    if constexpr (kReusable) {
+      if (Prepared* spare = spare_.exchange(nullptr)) return spare;
+    }
+    return new Prepared;
+  }
+
+  template <size_t... kIndex>
+  bool ClearValues([[maybe_unused]] std::tuple<std::remove_cvref_t<Parameters>...>& values,
+                   std::index_sequence<kIndex...>) {
+    return (ClearForReuse(std::get<kIndex>(values)) && ...);
+  }
+
+  template <size_t... kIndex>
+  void ConvertBound([[maybe_unused]] BindingResult& result, [[maybe_unused]] ArgumentBinder& binder,
+                    [[maybe_unused]] std::tuple<std::remove_cvref_t<Parameters>...>& values,
+                    std::index_sequence<kIndex...>) {
+    (ConvertBoundArgument<kIndex>(result, binder, std::get<kIndex>(values)), ...);
+  }
+
+  // An integer list goes straight into a vector of integers when every
+  // element fits; anything else is converted from its generic value.
+  template <size_t kIndex, class T>
+  void ConvertBoundArgument(BindingResult& result, ArgumentBinder& binder, T& value) {
+    if constexpr (IsIntegerVector<T>::value) {
+      if (const ArgumentBinder::IntegerList* list = binder.IntegerListOf(kIndex)) {
+        if (!result.Ok()) return;
+        if (ReadPlainIntegerList(list->text, list->count, value)) return;
+      }
+    }
+    binder.MaterializeArgument(kIndex);
+    ConvertArgument<kIndex>(result, binder.arguments(), value);
+  }
+
   template <size_t... kIndex>
   void ConvertArguments([[maybe_unused]] BindingResult& result,
                         [[maybe_unused]] std::span<const BindingProperty> arguments,
@@ -227,6 +343,7 @@ class TypedImplementation final : public FunctionImplementation {
   Callable handler_;
   const FunctionDescription& function_;
   const TypeRegistry& registry_;
+  std::atomic<Prepared*> spare_{nullptr};
 };
 
 }  // namespace routing_internal
