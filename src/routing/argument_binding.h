@@ -20,6 +20,7 @@
 
 #include <array>
 #include <cstddef>
+#include <list>
 #include <optional>
 #include <span>
 #include <string>
@@ -161,6 +162,15 @@ class ArgumentBinder {
     return std::nullopt;
   }
   void FailUnknownArgument(std::string_view name);
+  using TextView = std::pair<std::string_view, std::string_view>;
+  // BindArguments over any range of (key, text) query pairs.
+  template <class Query>
+  void BindTexts(const TextPairs& headers, const PathParameters& path, const Query& query);
+  // The query of `url` into query_pieces_, as ParseQuery splits and decodes
+  // it; false when it has more than kInlineQueryPieces names.
+  bool ReadQueryPieces(std::string_view url);
+  // `text` percent-decoded: itself when there is nothing to decode.
+  std::string_view DecodedQueryText(std::string_view text);
   // Binds `text` to parameter `index` as an integer list when it may be one.
   bool DeferIntegerList(size_t index, std::string_view text);
   void ForgetIntegerList(size_t index) {
@@ -177,8 +187,12 @@ class ArgumentBinder {
   IndexPathBudget index_budget_;
   // BindRequest's texts, which integer lists point into.
   TextPairs header_arguments_;
-  TextPairs query_;
-  bool defer_integer_lists_ = false;  // while BindRequest binds texts
+  TextPairs query_;  // a query of more than kInlineQueryPieces names
+  static constexpr size_t kInlineQueryPieces = 8;
+  std::array<TextView, kInlineQueryPieces> query_pieces_{};
+  size_t query_piece_count_ = 0;
+  std::list<std::string> decoded_query_texts_;  // kept in place as they are added
+  bool defer_integer_lists_ = false;            // while BindRequest binds texts
   std::array<IntegerList, kMaxIntegerLists> integer_lists_{};
 };
 

@@ -13,6 +13,7 @@
 #ifndef KAV_ROUTING_FUNCTION_IMPLEMENTATION_H_
 #define KAV_ROUTING_FUNCTION_IMPLEMENTATION_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -117,10 +118,11 @@ class FunctionImplementation {
                                               std::span<const BindingProperty> arguments,
                                               uint32_t call_context) = 0;
   // PrepareArguments for the arguments as `binder` holds them, integer
-  // lists perhaps still as texts. The default hands the generic values to
-  // PrepareArguments.
+  // lists perhaps still as texts. The state may be built in `storage`
+  // (suitably aligned for any type), which outlives ReleaseArguments. The
+  // default hands the generic values to PrepareArguments.
   virtual PreparedArguments* PrepareBound(BindingResult& result, ArgumentBinder& binder,
-                                          uint32_t call_context) {
+                                          uint32_t call_context, std::span<std::byte> /*storage*/) {
     return PrepareArguments(result, binder.MaterializedArguments(), call_context);
   }
   // Runs the handler and fills `call_result`. `async_context` is set only

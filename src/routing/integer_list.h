@@ -44,26 +44,30 @@ bool ReadPlainIntegerList(std::string_view text, size_t count, std::vector<T>& v
   const char* cursor = text.data() + 1;
   const char* const end = text.data() + text.size() - 1;
   if (cursor == end) return count == 0;
-  // Magnitudes up to the most that T admits on each side, checked digit by
-  // digit against the tenth of it.
+  // Magnitudes up to the most that T admits on each side. Up to 19 digits
+  // fit 64 bits; longer runs are checked for overflow as they are read.
   using Magnitude = uint64_t;
   constexpr Magnitude kPositiveLimit = static_cast<Magnitude>(std::numeric_limits<T>::max());
   constexpr Magnitude kNegativeLimit = std::is_signed_v<T> ? kPositiveLimit + 1 : 0;
+  constexpr ptrdiff_t kSafeDigits = 19;
   while (true) {
     const bool negative = *cursor == '-';
     if (negative) ++cursor;
-    if (cursor == end || *cursor < '0' || *cursor > '9') return false;
-    if (*cursor == '0' && cursor + 1 != end && cursor[1] >= '0' && cursor[1] <= '9') return false;
-    const Magnitude limit = negative ? kNegativeLimit : kPositiveLimit;
-    const Magnitude tenth = limit / 10;
-    const Magnitude last_digit = limit % 10;
+    const char* const first = cursor;
     Magnitude magnitude = 0;
-    while (cursor != end && *cursor >= '0' && *cursor <= '9') {
+    bool overflow = false;
+    while (cursor != end && static_cast<unsigned char>(*cursor - '0') <= 9) {
       const auto digit = static_cast<Magnitude>(*cursor - '0');
-      if (magnitude >= tenth && (magnitude > tenth || digit > last_digit)) return false;
-      magnitude = magnitude * 10 + digit;
+      if (cursor - first < kSafeDigits) {
+        magnitude = magnitude * 10 + digit;
+      } else {
+        overflow |= __builtin_mul_overflow(magnitude, Magnitude{10}, &magnitude);
+        overflow |= __builtin_add_overflow(magnitude, digit, &magnitude);
+      }
       ++cursor;
     }
+    if (cursor == first || (*first == '0' && cursor - first > 1)) return false;
+    if (overflow || magnitude > (negative ? kNegativeLimit : kPositiveLimit)) return false;
     if (negative && magnitude == 0) return false;
     if constexpr (std::is_signed_v<T>) {
       values.push_back(negative ? static_cast<T>(-static_cast<int64_t>(magnitude - 1) - 1)

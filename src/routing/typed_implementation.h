@@ -11,7 +11,6 @@
 #ifndef KAV_ROUTING_TYPED_IMPLEMENTATION_H_
 #define KAV_ROUTING_TYPED_IMPLEMENTATION_H_
 
-#include <atomic>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -161,36 +160,13 @@ void ConvertAnswerValue(CallResult& call_result, const T& value, const TypeSpeci
 template <class... Values>
 struct PreparedTuple final : PreparedArguments {
   std::tuple<Values...> values;
+  bool in_place = false;  // built in the caller's storage, not allocated
 };
 
 template <class T>
 struct IsIntegerVector : std::false_type {};
 template <ListInteger T>
 struct IsIntegerVector<std::vector<T>> : std::true_type {};
-
-// Parameter types whose prepared values are cleared and kept for the next
-// call rather than freed, with the memory of their vectors and texts.
-template <class T>
-concept ReusableValue = std::is_arithmetic_v<T> || std::is_enum_v<T> ||
-    std::same_as<T, std::string> ||
-    (IsIntegerVector<T>::value || std::same_as<T, std::vector<double>>);
-
-// A prepared value kept for reuse holds at most this much memory.
-inline constexpr size_t kMostReusedBytes = 16 * 1024;
-
-// Resets `value` to what a new one holds; false when it holds too much
-// memory to be kept.
-template <ReusableValue T>
-bool ClearForReuse(T& value) {
-  if constexpr (std::is_arithmetic_v<T> || std::is_enum_v<T>) {
-    value = T{};
-    return true;
-  } else {
-    if (value.capacity() > kMostReusedBytes / sizeof(typename T::value_type)) return false;
-    value.clear();
-    return true;
-  }
-}
 
 // Copies what a MaybeType-shaped answer carries beside its value.
 template <class R>
@@ -216,22 +192,32 @@ class TypedImplementation final : public FunctionImplementation {
                       const TypeRegistry& registry)
       : handler_(std::move(handler)), function_(function), registry_(registry) {}
 
-  TypedImplementation(const TypedImplementation&) = delete;
-  TypedImplementation& operator=(const TypedImplementation&) = delete;
-  ~TypedImplementation() override { delete spare_.load(); }
-
   PreparedArguments* PrepareArguments(BindingResult& result,
                                       std::span<const BindingProperty> arguments,
                                       uint32_t /*call_context*/) override {
-    Prepared* state = NewPrepared();
+    auto state = std::make_unique<Prepared>();
     ConvertArguments(result, arguments, state->values, std::index_sequence_for<Parameters...>{});
-    return state;
+    return state.release();
   }
 
   PreparedArguments* PrepareBound(BindingResult& result, ArgumentBinder& binder,
-                                  uint32_t /*call_context*/) override {
-    Prepared* state = NewPrepared();
-    ConvertBound(result, binder, state->values, std::index_sequence_for<Parameters...>{});
+                                  uint32_t /*call_context*/,
+                                  std::span<std::byte> storage) override {
+    // In the caller's storage when it fits: no allocation for the state
+    // (tests/host/answer_memory_test.cc).
+    Prepared* state = nullptr;
+    if (sizeof(Prepared) <= storage.size() && alignof(Prepared) <= alignof(std::max_align_t)) {
+      state = new (storage.data()) Prepared;
+      state->in_place = true;
+    } else {
+      state = new Prepared;
+    }
+    try {
+      ConvertBound(result, binder, state->values, std::index_sequence_for<Parameters...>{});
+    } catch (...) {
+      ReleaseArguments(state);
+      throw;
+    }
     return state;
   }
 
@@ -258,13 +244,11 @@ class TypedImplementation final : public FunctionImplementation {
 
   void ReleaseArguments(PreparedArguments* state) override {
     auto* prepared = static_cast<Prepared*>(state);
-    if constexpr (kReusable) {
-      if (ClearValues(prepared->values, std::index_sequence_for<Parameters...>{})) {
-        Prepared* empty = nullptr;
-        if (spare_.compare_exchange_strong(empty, prepared)) return;
-      }
+    if (prepared->in_place) {
+      prepared->~Prepared();
+    } else {
+      delete prepared;
     }
-    delete prepared;
   }
   const void* Handler() const override { return &handler_; }
   const StaticTypeIdentity& ResultType() const override {
@@ -272,25 +256,6 @@ class TypedImplementation final : public FunctionImplementation {
   }
 
  private:
-  // The prepared state of one call is kept for the next, with the memory of
-  // its vectors: no allocation for it on a call after the first
-  // (tests/host/answer_memory_test.cc, eligibility_bench
-  // CachedSelfEligibility/50/50).
-  static constexpr bool kReusable = (ReusableValue<std::remove_cvref_t<Parameters>> && ...);
-
-  Prepared* NewPrepared() {
-    if constexpr (kReusable) {
-      if (Prepared* spare = spare_.exchange(nullptr)) return spare;
-    }
-    return new Prepared;
-  }
-
-  template <size_t... kIndex>
-  bool ClearValues([[maybe_unused]] std::tuple<std::remove_cvref_t<Parameters>...>& values,
-                   std::index_sequence<kIndex...>) {
-    return (ClearForReuse(std::get<kIndex>(values)) && ...);
-  }
-
   template <size_t... kIndex>
   void ConvertBound([[maybe_unused]] BindingResult& result, [[maybe_unused]] ArgumentBinder& binder,
                     [[maybe_unused]] std::tuple<std::remove_cvref_t<Parameters>...>& values,
@@ -343,7 +308,6 @@ class TypedImplementation final : public FunctionImplementation {
   Callable handler_;
   const FunctionDescription& function_;
   const TypeRegistry& registry_;
-  std::atomic<Prepared*> spare_{nullptr};
 };
 
 }  // namespace routing_internal
