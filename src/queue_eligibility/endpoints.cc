@@ -41,20 +41,24 @@ QueueEligibilityModule::EligibilityAnswer QueueEligibilityModule::EligibilityV1(
   return EvaluateLocalRules(query.summoner_ids, query.queue_ids);
 }
 
-QueueEligibilityModule::EligibilityAnswer QueueEligibilityModule::EligibilityV2(
+QueueEligibilityModule::EligibilityListAnswer QueueEligibilityModule::EligibilityV2(
     const EligibilityQueryParams& query) {
   return EligibilityV3(query.summoner_ids, query.queue_ids);
 }
 
-QueueEligibilityModule::EligibilityAnswer QueueEligibilityModule::EligibilityV3(
+QueueEligibilityModule::EligibilityListAnswer QueueEligibilityModule::EligibilityV3(
     const std::vector<uint64_t>& summoner_ids, const std::vector<int32_t>& queue_ids) {
   std::vector<uint64_t> sorted_party;
   std::vector<int32_t> sorted_queues;
   const std::vector<uint64_t>& party = Sorted(summoner_ids, sorted_party);
   const std::vector<int32_t>& queues = Sorted(queue_ids, sorted_queues);
-  if (!gate_keeper_enabled_) return EvaluateLocalRules(party, queues);
-  if (party.size() == 1 && party.front() == summoner_id_) return GetSelfEligibility(party, queues);
-  return ComputeEligibility(party, queues);
+  if (gate_keeper_enabled_ && party.size() == 1 && party.front() == summoner_id_) {
+    return GetSelfEligibility(party, queues);
+  }
+  EligibilityAnswer answer =
+      gate_keeper_enabled_ ? ComputeEligibility(party, queues) : EvaluateLocalRules(party, queues);
+  if (!answer.HasValue()) return std::move(answer.Error());
+  return HostValueList<Eligibility>(std::move(answer).Value());
 }
 
 QueueEligibilityModule::EligibilityAnswer QueueEligibilityModule::CustomEligibilityV3(

@@ -23,6 +23,8 @@
 #include <string_view>
 #include <vector>
 
+#include "binding/host_value_images.h"
+#include "binding/host_value_list.h"
 #include "plugin/app_module.h"
 #include "plugin/host_types.h"
 #include "plugin/maybe_type.h"
@@ -46,6 +48,9 @@ class QueueEligibilityModule : public AppModule {
   using EligibilityQueryParams = queue_eligibility::api::EligibilityQueryParams;
   // What every eligibility computation and resource answers.
   using EligibilityAnswer = MaybeType<Failure, std::vector<Eligibility>>;
+  // What the eligibility resources answer: the same list, which the cached
+  // answers give as picks from the cache.
+  using EligibilityListAnswer = MaybeType<Failure, HostValueList<Eligibility>>;
 
   QueueEligibilityModule() = default;
   // Releases leagues, available queue ids, queues and self eligibility, in
@@ -96,10 +101,11 @@ class QueueEligibilityModule : public AppModule {
   EligibilityAnswer ComputeEligibility(const std::vector<uint64_t>& summoner_ids,
                                        const std::vector<int32_t>& queue_ids);
   // The signed-in player's eligibility from the cache, rebuilt for every
-  // known queue first when it is dirty. REQUIRES: `summoner_ids` is the
-  // signed-in summoner alone.
-  EligibilityAnswer GetSelfEligibility(const std::vector<uint64_t>& summoner_ids,
-                                       const std::vector<int32_t>& queue_ids);
+  // known queue first when it is dirty: picks from the cache when it holds
+  // every asked queue, else copies. REQUIRES: `summoner_ids` is the
+  // signed-in summoner alone; `queue_ids` ascend.
+  EligibilityListAnswer GetSelfEligibility(const std::vector<uint64_t>& summoner_ids,
+                                           const std::vector<int32_t>& queue_ids);
   // Closes entries of unknown and unavailable queues.
   void ApplyQueueAvailability(std::vector<Eligibility>& eligibilities) const;
   // Closes queue 440 for a party size it does not admit, unless a team size
@@ -123,9 +129,9 @@ class QueueEligibilityModule : public AppModule {
 
   // ---- Endpoints (endpoints.cc) ----
   EligibilityAnswer EligibilityV1(const EligibilityQueryParams& query);
-  EligibilityAnswer EligibilityV2(const EligibilityQueryParams& query);
-  EligibilityAnswer EligibilityV3(const std::vector<uint64_t>& summoner_ids,
-                                  const std::vector<int32_t>& queue_ids);
+  EligibilityListAnswer EligibilityV2(const EligibilityQueryParams& query);
+  EligibilityListAnswer EligibilityV3(const std::vector<uint64_t>& summoner_ids,
+                                      const std::vector<int32_t>& queue_ids);
   EligibilityAnswer CustomEligibilityV3(int32_t team_size, const std::string& pick_mode);
   bool InitialConfigurationComplete() const { return initial_configuration_complete_; }
 
@@ -143,6 +149,14 @@ class QueueEligibilityModule : public AppModule {
   bool practice_game_enabled_ = false;
   bool gate_keeper_enabled_ = true;
   std::vector<Eligibility> self_eligibility_;  // meaningful only while not dirty
+  // The host values of self_eligibility_'s entries, made as they are first
+  // answered; cleared whenever self_eligibility_ changes.
+  HostValueImages self_eligibility_images_;
+  // The cache entries of the last answer from the cache, by index: read
+  // when that answer is converted, right after its handler returns, so no
+  // other call can come in between (its memory is kept: no allocation per
+  // call, tests/host/answer_memory_test.cc).
+  std::vector<uint32_t> self_eligibility_picks_;
   bool self_eligibility_dirty_ = true;
   bool initial_configuration_complete_ = false;  // never goes back to false
   uint32_t player_level_ = 0;

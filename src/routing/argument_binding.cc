@@ -1,5 +1,6 @@
 #include "routing/argument_binding.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdint>
@@ -8,13 +9,13 @@
 #include "binding/host_value.h"
 #include "binding/type_registry.h"
 #include "diagnostics/format.h"
+#include "routing/integer_list.h"
 #include "serialization/json.h"
 #include "serialization/msgpack.h"
 #include "serialization/yaml.h"
 
 namespace kav {
 namespace {
-
 
 std::string Lower(std::string_view text) {
   std::string lowered(text);
@@ -47,6 +48,22 @@ bool IsStructuredKind(TypeKind kind) {
   return kind == TypeKind::kObject || kind == TypeKind::kVector || kind == TypeKind::kStruct;
 }
 
+bool IsIntegerKind(TypeKind kind) {
+  switch (kind) {
+    case TypeKind::kInt8:
+    case TypeKind::kInt16:
+    case TypeKind::kInt32:
+    case TypeKind::kInt64:
+    case TypeKind::kUint8:
+    case TypeKind::kUint16:
+    case TypeKind::kUint32:
+    case TypeKind::kUint64:
+      return true;
+    default:
+      return false;
+  }
+}
+
 }  // namespace
 
 HeaderMap ReadHeaders(const KavRequest& request) {
@@ -77,6 +94,8 @@ TextPairs ParseQuery(std::string_view url) {
   size_t question = url.find('?');
   if (question == std::string_view::npos) return pairs;
   std::string_view query = url.substr(question + 1);
+  // One allocation for the pairs (tests/host/answer_memory_test.cc).
+  pairs.reserve(1 + static_cast<size_t>(std::count(query.begin(), query.end(), '&')));
   // Names seen so far, by position. A short query is searched linearly; the
   // index is built only once the query has many names (dispatch_bench
   // BM_V3CallThroughTable).
@@ -115,20 +134,30 @@ TextPairs ParseQuery(std::string_view url) {
   return pairs;
 }
 
-void ArgumentBinder::BindRequest(const KavRequest& request, const HeaderMap& headers,
-                                 const PathParameters& path) {
-  // Absent sources are skipped without a call: most requests bring only a
-  // query, and a function without parameters binds nothing at all
-  // (dispatch_bench BM_FlagCallThroughTable).
-  TextPairs header_arguments;
-  if (!headers.empty()) header_arguments = HeaderArguments(headers, function_, endpoint_);
-  const TextPairs query = ParseQuery(request.url != nullptr ? request.url : "");
-  if (!function_.parameters.empty() || !header_arguments.empty() || !path.empty() ||
-      !query.empty()) {
-    BindArguments(header_arguments, path, query);
-  }
-  if (request.argument_count != 0) BindHostArguments(request, path.size());
-  if (result_.Ok() && request.body != nullptr) BindBody(request);
+bool ArgumentBinder::DeferIntegerList(size_t index, std::string_view text) {
+  if (!defer_integer_lists_ || index >= kMaxIntegerLists) return false;
+  const TypeSpecification& type = function_.parameters[index].type;
+  if (type.kind != TypeKind::kVector || !IsIntegerKind(type.elementKind)) return false;
+  // A plain list opens with "[", which never looks like MessagePack, so the
+  // generic way would read it as JSON.
+  const std::optional<size_t> count = PlainIntegerListCount(text);
+  if (!count) return false;
+  arguments_[index].Clear();
+  integer_lists_[index] = {text, *count};
+  return true;
+}
+
+void ArgumentBinder::MaterializeArgument(size_t index) {
+  const IntegerList* list = IntegerListOf(index);
+  if (list == nullptr) return;
+  const std::string_view text = list->text;
+  ForgetIntegerList(index);
+  DecodeArgumentText(arguments_[index], index, text, {}, true);
+}
+
+std::span<const BindingProperty> ArgumentBinder::MaterializedArguments() {
+  for (size_t index = 0; index < kMaxIntegerLists; ++index) MaterializeArgument(index);
+  return arguments_;
 }
 
 void ArgumentBinder::FailUnknownArgument(std::string_view name) {
@@ -138,6 +167,12 @@ void ArgumentBinder::FailUnknownArgument(std::string_view name) {
 
 void ArgumentBinder::BindArguments(const TextPairs& headers, const PathParameters& path,
                                    const TextPairs& query) {
+  BindTexts(headers, path, query);
+}
+
+template <class Query>
+void ArgumentBinder::BindTexts(const TextPairs& headers, const PathParameters& path,
+                               const Query& query) {
   for (size_t i = 0; i < function_.parameters.size(); ++i) {
     const ParameterDescription& parameter = function_.parameters[i];
     if (parameter.type.kind == TypeKind::kBool && !parameter.optional && arguments_[i].IsEmpty()) {
@@ -158,6 +193,65 @@ void ArgumentBinder::BindArguments(const TextPairs& headers, const PathParameter
   }
 }
 
+std::string_view ArgumentBinder::DecodedQueryText(std::string_view text) {
+  // Most texts have nothing to decode: they are used where they are.
+  if (std::none_of(text.begin(), text.end(), [](char c) { return c == '%' || c == '+'; })) {
+    return text;
+  }
+  return decoded_query_texts_.emplace_back(PercentDecode(text));
+}
+
+bool ArgumentBinder::ReadQueryPieces(std::string_view url) {
+  query_piece_count_ = 0;
+  const size_t question = url.find('?');
+  if (question == std::string_view::npos) return true;
+  std::string_view query = url.substr(question + 1);
+  while (true) {
+    const size_t ampersand = query.find('&');
+    const std::string_view piece = query.substr(0, ampersand);
+    const size_t equals = piece.find('=');
+    const std::string_view name = DecodedQueryText(piece.substr(0, equals));
+    const std::string_view value = equals == std::string_view::npos
+                                       ? std::string_view()
+                                       : DecodedQueryText(piece.substr(equals + 1));
+    size_t position = 0;
+    while (position < query_piece_count_ && query_pieces_[position].first != name) ++position;
+    if (position == query_piece_count_) {
+      if (query_piece_count_ == kInlineQueryPieces) return false;
+      ++query_piece_count_;
+    }
+    query_pieces_[position] = {name, value};
+    if (ampersand == std::string_view::npos) return true;
+    query = query.substr(ampersand + 1);
+  }
+}
+
+void ArgumentBinder::BindRequest(const KavRequest& request, const HeaderMap& headers,
+                                 const PathParameters& path) {
+  // Absent sources are skipped without a call: most requests bring only a
+  // query, and a function without parameters binds nothing at all
+  // (dispatch_bench BM_FlagCallThroughTable).
+  if (!headers.empty()) header_arguments_ = HeaderArguments(headers, function_, endpoint_);
+  // A query of a few pieces is read where it lies, as ParseQuery would read
+  // it: no allocation for it (tests/host/answer_memory_test.cc).
+  const std::string_view url = request.url != nullptr ? request.url : "";
+  const bool inline_query = ReadQueryPieces(url);
+  if (!inline_query) query_ = ParseQuery(url);
+  const bool has_query = inline_query ? query_piece_count_ != 0 : !query_.empty();
+  if (!function_.parameters.empty() || !header_arguments_.empty() || !path.empty() || has_query) {
+    defer_integer_lists_ = true;
+    if (inline_query) {
+      BindTexts(header_arguments_, path,
+                std::span<const TextView>(query_pieces_.data(), query_piece_count_));
+    } else {
+      BindTexts(header_arguments_, path, query_);
+    }
+    defer_integer_lists_ = false;
+  }
+  if (request.argument_count != 0) BindHostArguments(request, path.size());
+  if (result_.Ok() && request.body != nullptr) BindBody(request);
+}
+
 void ArgumentBinder::BindOne(std::string_view key, std::string_view text,
                              ParameterLocation location) {
   size_t dot = key.find('.');
@@ -173,12 +267,15 @@ void ArgumentBinder::BindOne(std::string_view key, std::string_view text,
                                    {name, std::string_view(function_.name)}));
     return;
   }
+  // A later text for the same parameter works on its generic value.
+  MaterializeArgument(*index);
   BindingProperty& argument = arguments_[*index];
   if (dot != std::string_view::npos) {
     ApplyIndexPath(argument, *index, key.substr(dot + 1), text);
     return;
   }
   TypeKind kind = function_.parameters[*index].type.kind;
+  if (DeferIntegerList(*index, text)) return;
   if (!text.empty()) {
     DecodeArgumentText(argument, *index, text, {}, IsStructuredKind(kind));
     return;
@@ -306,6 +403,7 @@ void ArgumentBinder::BindHostArguments(const KavRequest& request, size_t path_pa
         return;
       }
     }
+    ForgetIntegerList(*index);
     BindingProperty& argument = arguments_[*index];
     argument.Clear();
     BindingResult converted;
@@ -350,6 +448,7 @@ void ArgumentBinder::BindBody(const KavRequest& request) {
     result_.SetError(decoded.Error());
     return;
   }
+  ForgetIntegerList(*body_parameter);
   arguments_[*body_parameter] = std::move(static_cast<BindingProperty&>(decoded));
 }
 

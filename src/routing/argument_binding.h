@@ -5,6 +5,12 @@
 // string). The values stay generic (BindingProperty); converting them to the
 // handler's native types is the implementation's job (PrepareArguments).
 //
+// BindRequest binds a parameter of kind vector with integer elements whose
+// text is a plain integer list (routing/integer_list.h) as that text alone:
+// the implementation reads it straight into its native vector, or asks for
+// the generic value (MaterializeArgument), which is the one binding would
+// have made (eligibility_bench CachedSelfEligibility/50/50).
+//
 // Every step stops at the first failure: the failure's message goes into the
 // binder's result and later sources are not examined.
 //
@@ -12,7 +18,9 @@
 #ifndef KAV_ROUTING_ARGUMENT_BINDING_H_
 #define KAV_ROUTING_ARGUMENT_BINDING_H_
 
+#include <array>
 #include <cstddef>
+#include <list>
 #include <optional>
 #include <span>
 #include <string>
@@ -60,16 +68,45 @@ TextPairs ParseQuery(std::string_view url);
 // endpoint has one location per parameter of the function.
 class ArgumentBinder {
  public:
+  // A parameter's text that is a plain integer list of `count` elements.
+  struct IntegerList {
+    std::string_view text;
+    size_t count = 0;
+  };
+  // Only the first parameters may be bound as integer lists.
+  static constexpr size_t kMaxIntegerLists = 4;
+
   ArgumentBinder(const FunctionDescription& function, const Endpoint& endpoint,
                  BindingResult& result)
-      : function_(function),
-        endpoint_(endpoint),
-        result_(result),
-        arguments_(function.parameters.size()) {}
+      : function_(function), endpoint_(endpoint), result_(result) {
+    // Most functions have a few parameters: their values need no allocation
+    // (tests/host/answer_memory_test.cc).
+    const size_t count = function.parameters.size();
+    if (count <= kInlineArguments) {
+      arguments_ = std::span<BindingProperty>(inline_arguments_.data(), count);
+    } else {
+      more_arguments_.resize(count);
+      arguments_ = more_arguments_;
+    }
+  }
   ArgumentBinder(const ArgumentBinder&) = delete;
   ArgumentBinder& operator=(const ArgumentBinder&) = delete;
 
+  // The generic values; a parameter bound as an integer list is empty here
+  // until MaterializeArgument.
   std::span<const BindingProperty> arguments() const { return arguments_; }
+  // The integer list of parameter `index`, or null when it has a generic
+  // value. Valid as long as the binder.
+  const IntegerList* IntegerListOf(size_t index) const {
+    return index < kMaxIntegerLists && integer_lists_[index].text.data() != nullptr
+               ? &integer_lists_[index]
+               : nullptr;
+  }
+  // Decodes the integer list of parameter `index`, if it has one, into its
+  // generic value.
+  void MaterializeArgument(size_t index);
+  // Every argument as a generic value.
+  std::span<const BindingProperty> MaterializedArguments();
   BindingResult& result() { return result_; }
 
   // Binds every source of one call in order: BindArguments with the header
@@ -125,12 +162,38 @@ class ArgumentBinder {
     return std::nullopt;
   }
   void FailUnknownArgument(std::string_view name);
+  using TextView = std::pair<std::string_view, std::string_view>;
+  // BindArguments over any range of (key, text) query pairs.
+  template <class Query>
+  void BindTexts(const TextPairs& headers, const PathParameters& path, const Query& query);
+  // The query of `url` into query_pieces_, as ParseQuery splits and decodes
+  // it; false when it has more than kInlineQueryPieces names.
+  bool ReadQueryPieces(std::string_view url);
+  // `text` percent-decoded: itself when there is nothing to decode.
+  std::string_view DecodedQueryText(std::string_view text);
+  // Binds `text` to parameter `index` as an integer list when it may be one.
+  bool DeferIntegerList(size_t index, std::string_view text);
+  void ForgetIntegerList(size_t index) {
+    if (index < kMaxIntegerLists) integer_lists_[index] = {};
+  }
 
   const FunctionDescription& function_;
   const Endpoint& endpoint_;
   BindingResult& result_;
-  std::vector<BindingProperty> arguments_;
+  static constexpr size_t kInlineArguments = 4;
+  std::array<BindingProperty, kInlineArguments> inline_arguments_;
+  std::vector<BindingProperty> more_arguments_;  // beyond kInlineArguments
+  std::span<BindingProperty> arguments_;         // one per parameter
   IndexPathBudget index_budget_;
+  // BindRequest's texts, which integer lists point into.
+  TextPairs header_arguments_;
+  TextPairs query_;  // a query of more than kInlineQueryPieces names
+  static constexpr size_t kInlineQueryPieces = 8;
+  std::array<TextView, kInlineQueryPieces> query_pieces_{};
+  size_t query_piece_count_ = 0;
+  std::list<std::string> decoded_query_texts_;  // kept in place as they are added
+  bool defer_integer_lists_ = false;            // while BindRequest binds texts
+  std::array<IntegerList, kMaxIntegerLists> integer_lists_{};
 };
 
 }  // namespace kav

@@ -1,6 +1,7 @@
 #include "routing/dispatch.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <string>
@@ -12,6 +13,8 @@
 
 namespace kav {
 namespace {
+
+constexpr size_t kPreparedStorageBytes = 256;
 
 // Releases the prepared arguments however the call ends.
 class PreparedGuard {
@@ -72,12 +75,15 @@ void Dispatch(KavResponse& response, const KavRequest& request, const RouteMatch
   binder.BindRequest(request, headers, match.pathParameters);
 
   FunctionImplementation* implementation = endpoint.implementation.get();
+  // The prepared state of most functions fits here: no allocation for it
+  // (tests/host/answer_memory_test.cc).
+  alignas(std::max_align_t) std::byte prepared_storage[kPreparedStorageBytes];
   PreparedArguments* state = nullptr;
   if (result.value.Ok() && implementation == nullptr) {
     result.value.SetError("Invalid function");
     result.status = 404;
   } else if (result.value.Ok()) {
-    state = implementation->PrepareArguments(result.value, binder.arguments(), request.context);
+    state = implementation->PrepareBound(result.value, binder, request.context, prepared_storage);
   }
   PreparedGuard guard(implementation, state);
   if (result.value.Ok()) Invoke(*implementation, result, state, request, registry, headers);
@@ -156,10 +162,14 @@ void KAV_CALL OnCall(KavResponse* response, const KavRequest* request) {
     return;
   }
   try {
-    Route route(*binding->endpoint);
     // No registry: built-ins are not served to the host, and the answer's
     // enumerators reach it as numbers, which it names from the API
     // description it was given.
+    if (binding->route != nullptr && binding->route->endpoint() == binding->endpoint) {
+      HandleCall(nullptr, *response, *request, {binding->route.get(), 1});
+      return;
+    }
+    Route route(*binding->endpoint);
     HandleCall(nullptr, *response, *request, {&route, 1});
   } catch (...) {
     HandleCall(nullptr, *response, *request, {});  // answers "Invalid function"

@@ -13,6 +13,7 @@
 #ifndef KAV_ROUTING_FUNCTION_IMPLEMENTATION_H_
 #define KAV_ROUTING_FUNCTION_IMPLEMENTATION_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -25,6 +26,7 @@
 #include "binding/host_value.h"
 #include "binding/static_type.h"
 #include "kav/plugin_host.h"
+#include "routing/argument_binding.h"
 #include "routing/route.h"
 
 namespace kav {
@@ -115,6 +117,14 @@ class FunctionImplementation {
   virtual PreparedArguments* PrepareArguments(BindingResult& result,
                                               std::span<const BindingProperty> arguments,
                                               uint32_t call_context) = 0;
+  // PrepareArguments for the arguments as `binder` holds them, integer
+  // lists perhaps still as texts. The state may be built in `storage`
+  // (suitably aligned for any type), which outlives ReleaseArguments. The
+  // default hands the generic values to PrepareArguments.
+  virtual PreparedArguments* PrepareBound(BindingResult& result, ArgumentBinder& binder,
+                                          uint32_t call_context, std::span<std::byte> /*storage*/) {
+    return PrepareArguments(result, binder.MaterializedArguments(), call_context);
+  }
   // Runs the handler and fills `call_result`. `async_context` is set only
   // for the asynchronous result types.
   virtual void Invoke(CallResult& call_result, const AsyncCallContext* async_context,

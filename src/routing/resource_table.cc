@@ -45,6 +45,7 @@ ResourceTable::ResourceTable(TypeRegistry& registry, std::span<Endpoint* const> 
     if (!binding) binding = std::make_unique<EndpointBinding>();
     binding->registry = &registry;
     binding->endpoint = endpoint;
+    binding->route = std::make_shared<const Route>(*endpoint);
 
     KavResourceEntry& entry = entries_.emplace_back();
     entry = KavResourceEntry{};

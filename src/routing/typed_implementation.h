@@ -27,11 +27,14 @@
 #include "binding/binding_property.h"
 #include "binding/conversion_rules.h"
 #include "binding/host_value.h"
+#include "binding/host_value_list.h"
 #include "binding/static_type.h"
 #include "binding/type_converter.h"
 #include "binding/type_registry.h"
 #include "platform/allocation.h"
+#include "routing/argument_binding.h"
 #include "routing/function_implementation.h"
+#include "routing/integer_list.h"
 
 namespace kav {
 
@@ -93,6 +96,11 @@ TypeSpecification ResultSpecification(const TypeRegistry& registry) {
   }
 }
 
+template <class T>
+struct IsHostValueList : std::false_type {};
+template <class T>
+struct IsHostValueList<HostValueList<T>> : std::true_type {};
+
 // The stack memory in which an answer is built before it is laid out in its
 // one block; larger answers take chunks from the heap for the while.
 inline constexpr size_t kAnswerScratchBytes = 16 * 1024;
@@ -107,6 +115,24 @@ void ConvertAnswerValue(CallResult& call_result, const T& value, const TypeSpeci
     call_result.value.Member("asyncToken").SetUnsigned(value.asyncToken);
   } else if constexpr (std::same_as<T, AsyncCallback>) {
     call_result.value.Member("id").SetUnsigned(value.id);
+  } else if constexpr (IsHostValueList<T>::value) {
+    if (!value.IsPicks()) {
+      ConvertAnswerValue(call_result, value.values(), spec, registry);
+      return;
+    }
+    // Copied from images laid out once, not converted again
+    // (eligibility_bench CachedSelfEligibility/N/M).
+    try {
+      KavHostValue laid_out{};
+      value.LayOutPicks(call_result.value, laid_out, spec.type, registry,
+                        call_result.enumerator_names);
+      if (call_result.value.Ok()) {
+        call_result.host_value = laid_out;
+        call_result.has_host_value = true;
+      }
+    } catch (const std::bad_alloc&) {
+      call_result.host_value_failed = true;
+    }
   } else {
     // Straight to the host's format: the answer is only ever handed to the
     // host, so the BindingProperty in between would be built for nothing
@@ -134,7 +160,13 @@ void ConvertAnswerValue(CallResult& call_result, const T& value, const TypeSpeci
 template <class... Values>
 struct PreparedTuple final : PreparedArguments {
   std::tuple<Values...> values;
+  bool in_place = false;  // built in the caller's storage, not allocated
 };
+
+template <class T>
+struct IsIntegerVector : std::false_type {};
+template <ListInteger T>
+struct IsIntegerVector<std::vector<T>> : std::true_type {};
 
 // Copies what a MaybeType-shaped answer carries beside its value.
 template <class R>
@@ -168,6 +200,27 @@ class TypedImplementation final : public FunctionImplementation {
     return state.release();
   }
 
+  PreparedArguments* PrepareBound(BindingResult& result, ArgumentBinder& binder,
+                                  uint32_t /*call_context*/,
+                                  std::span<std::byte> storage) override {
+    // In the caller's storage when it fits: no allocation for the state
+    // (tests/host/answer_memory_test.cc).
+    Prepared* state = nullptr;
+    if (sizeof(Prepared) <= storage.size() && alignof(Prepared) <= alignof(std::max_align_t)) {
+      state = new (storage.data()) Prepared;
+      state->in_place = true;
+    } else {
+      state = new Prepared;
+    }
+    try {
+      ConvertBound(result, binder, state->values, std::index_sequence_for<Parameters...>{});
+    } catch (...) {
+      ReleaseArguments(state);
+      throw;
+    }
+    return state;
+  }
+
   void Invoke(CallResult& call_result, const AsyncCallContext* /*async_context*/,
               PreparedArguments* state, uint32_t /*call_context*/) override {
     auto& values = static_cast<Prepared*>(state)->values;
@@ -189,13 +242,41 @@ class TypedImplementation final : public FunctionImplementation {
     }
   }
 
-  void ReleaseArguments(PreparedArguments* state) override { delete state; }
+  void ReleaseArguments(PreparedArguments* state) override {
+    auto* prepared = static_cast<Prepared*>(state);
+    if (prepared->in_place) {
+      prepared->~Prepared();
+    } else {
+      delete prepared;
+    }
+  }
   const void* Handler() const override { return &handler_; }
   const StaticTypeIdentity& ResultType() const override {
     return StaticType::Of<typename AnswerTraits<Result>::Value>();
   }
 
  private:
+  template <size_t... kIndex>
+  void ConvertBound([[maybe_unused]] BindingResult& result, [[maybe_unused]] ArgumentBinder& binder,
+                    [[maybe_unused]] std::tuple<std::remove_cvref_t<Parameters>...>& values,
+                    std::index_sequence<kIndex...>) {
+    (ConvertBoundArgument<kIndex>(result, binder, std::get<kIndex>(values)), ...);
+  }
+
+  // An integer list goes straight into a vector of integers when every
+  // element fits; anything else is converted from its generic value.
+  template <size_t kIndex, class T>
+  void ConvertBoundArgument(BindingResult& result, ArgumentBinder& binder, T& value) {
+    if constexpr (IsIntegerVector<T>::value) {
+      if (const ArgumentBinder::IntegerList* list = binder.IntegerListOf(kIndex)) {
+        if (!result.Ok()) return;
+        if (ReadPlainIntegerList(list->text, list->count, value)) return;
+      }
+    }
+    binder.MaterializeArgument(kIndex);
+    ConvertArgument<kIndex>(result, binder.arguments(), value);
+  }
+
   template <size_t... kIndex>
   void ConvertArguments([[maybe_unused]] BindingResult& result,
                         [[maybe_unused]] std::span<const BindingProperty> arguments,

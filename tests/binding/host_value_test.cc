@@ -1,5 +1,6 @@
 #include "binding/host_value.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -11,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "binding/declare.h"
+#include "binding/host_value_images.h"
 #include "binding/property_text.h"
 #include "binding/type_registry.h"
 #include "platform/allocation.h"
@@ -479,6 +481,81 @@ TEST(HostValueTest, OneBlockValuesShowTheSameRecordsInOneAllocation) {
     EXPECT_EQ(released.BytesInUse(), before.BytesInUse());
     EXPECT_EQ(released.frees - built.frees, row.blocks) << "released with one free";
     ReleaseHostValue(elsewhere);
+  }
+}
+
+TEST(HostValueTest, ImagesLayOutTheirValuesAsOneBlockArrays) {
+  TypeRegistry registry;
+  RegisterEnumeration<Shade>(registry, "Shade");
+  BindingProperty structure;
+  structure.Member("queueId").SetSigned(400);
+  structure.Member("shade").SetEnum(2, StaticType::Of<Shade>());
+  structure.Member("restrictions").MakeCollection();
+  structure.Member("args").Member("teamSize").SetString("3");
+  BindingProperty text;
+  text.SetString("alone");
+  BindingProperty number;
+  number.SetUnsigned(7);
+  BindingProperty empty_list;
+  empty_list.MakeCollection();
+  const std::vector<BindingProperty> sources = {EveryKind(), structure, text, number, empty_list};
+  // Borrowed parts stay pointers to where they were.
+  static const char kBorrowedKey[] = "borrowed";
+  static const char kBorrowedText[] = "outside";
+  KavHostMapEntry borrowed_entry{};
+  borrowed_entry.key = kBorrowedKey;
+  borrowed_entry.value = HostString(kBorrowedText, 7);
+  const KavHostValue borrowed = Container(KAV_VALUE_MAP, &borrowed_entry, 1);
+
+  struct Row {
+    const char* name;
+    std::vector<uint32_t> picks;  // into sources, then the borrowed value last
+  };
+  const Row rows[] = {
+      {"none", {}},
+      {"one structure", {1}},
+      {"every source once", {0, 1, 2, 3, 4, 5}},
+      {"repeats, out of order", {3, 1, 1, 0, 3, 2, 1}},
+      {"scalars and empties only", {3, 4, 3}},
+      {"borrowed parts", {5, 2, 5}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::vector<KavHostValue> values(sources.size() + 1);
+    for (size_t i = 0; i < sources.size(); ++i) BuildHostValue(values[i], sources[i], &registry);
+    values.back() = borrowed;
+    std::string expected =
+        row.picks.empty() ? "[0 no block:" : "[" + std::to_string(row.picks.size()) + ":";
+    for (uint32_t pick : row.picks) expected += Records(values[pick]) + ",";
+    expected += "]";
+
+    HostValueImages images;
+    images.Reset(values.size(), &registry);
+    for (uint32_t pick : row.picks) {
+      if (!images.Has(pick)) images.Store(pick, values[pick]);
+    }
+    for (size_t i = 0; i + 1 < values.size(); ++i)
+      ReleaseHostValue(values[i]);  // images stand alone
+
+    const MemoryStatistics before = ReadMemoryStatistics();
+    KavHostValue host{};
+    images.LayOutArray(host, row.picks);
+    const MemoryStatistics built = ReadMemoryStatistics();
+    EXPECT_EQ(Records(host), expected);
+    EXPECT_EQ(KindOf(host), static_cast<uint32_t>(KAV_VALUE_ARRAY));
+    const uint64_t blocks = row.picks.empty() ? 0 : 1;
+    EXPECT_EQ(built.LiveAllocations() - before.LiveAllocations(), blocks);
+    if (const void* records = host.payload.ref.data) {
+      const auto* block = static_cast<const std::byte*>(records) - kOneBlockOffset;
+      EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % kPluginBlockAlignment, 0u);
+      if (std::find(row.picks.begin(), row.picks.end(), 5u) == row.picks.end()) {
+        EXPECT_TRUE(AllInside(host, block, block + PluginUsableSize(block)));
+      }
+    }
+    ReleaseHostValue(host);
+    const MemoryStatistics released = ReadMemoryStatistics();
+    EXPECT_EQ(released.BytesInUse(), before.BytesInUse());
+    EXPECT_EQ(released.frees - built.frees, blocks) << "released with one free";
   }
 }
 
