@@ -752,7 +752,8 @@ void BindingProperty::SetString(std::string_view text) {
   const InternedString* interned;
   if (kind_ <= BindingKind::kFloat) {
     // Nothing to release, so `text` cannot lie in this value's storage: the
-    // case of every value a decoder fills (msgpack_bench ReadMessagePackBench).
+    // case of every value a decoder fills (msgpack_bench
+    // ReadMessagePackBench/queues).
     interned = text.empty() ? BindingStore::EmptyString() : Store().Intern(text);
     payload_.record = const_cast<InternedString*>(interned);
     kind_ = BindingKind::kString;

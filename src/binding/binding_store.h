@@ -24,6 +24,7 @@
 #define KAV_BINDING_BINDING_STORE_H_
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -121,10 +122,13 @@ inline TextProbe Probe(const char* text, size_t length) {
   return probe;
 }
 
-// The cache set of a text. REQUIRES: `sets` is a power of two.
+// The cache set of a text: the top bits of a multiplicative hash, which
+// depend on every byte of the probe (texts that differ only in their 7th or
+// 8th byte, such as "PlayerTimedRestriction" and "PlayerLevelRestriction",
+// must not share a set). REQUIRES: `sets` is a power of two, at least 2.
 inline size_t RecentSlot(const TextProbe& probe, size_t length, size_t sets) {
-  const uint64_t mixed = (probe.head ^ (probe.tail << 1) ^ length) * 0x9E3779B97F4A7C15ull;
-  return static_cast<size_t>(mixed >> 32) & (sets - 1);
+  const uint64_t mixed = (probe.head ^ std::rotl(probe.tail, 29) ^ length) * 0x9E3779B97F4A7C15ull;
+  return static_cast<size_t>(mixed >> (64 - std::countr_zero(sets)));
 }
 
 // Whether `text` equals `entry`'s text. REQUIRES: both are `length` long

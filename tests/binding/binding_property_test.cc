@@ -329,6 +329,37 @@ TEST(BindingPropertyTest, FindsEveryMemberAndNoOtherAtEverySize) {
   }
 }
 
+// The recent-strings cache in front of the interning table must keep texts
+// apart that share their length and most of the bytes it probes (the first
+// and last 8): those of a decoded document repeat by the thousand, and each
+// miss costs a full hash.
+TEST(BindingStoreTest, RecentStringsStayFoundWhenTheyDifferInFewBytes) {
+  struct Row {
+    const char* name;
+    std::vector<std::string> texts;
+  };
+  const Row rows[] = {
+      {"differ in the 7th and 8th bytes",
+       {"PlayerTimedRestriction", "PlayerLevelRestriction", "PlayerMinorRestriction"}},
+      {"differ in the first byte", {"aueueId", "bueueId", "cueueId"}},
+      {"differ in the last byte", {"summonerIdA", "summonerIdB", "summonerIdC"}},
+      {"differ in the last 8 of 16 bytes",
+       {"expiredTimestamp", "expiredTimeStamp", "expiredTimestAmp"}},
+      {"short texts", {"30", "31", "40"}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    BindingProperty list;
+    for (const std::string& text : row.texts) list.Append().SetString(text);
+    const BindingStore& store = *list.StoreForTesting();
+    for (const std::string& text : row.texts) {
+      const auto* found = store.FindRecent(text);
+      ASSERT_NE(found, nullptr) << text;
+      EXPECT_EQ(found->View(), text);
+    }
+  }
+}
+
 TEST(BindingPropertyTest, CopiesInternRepeatedStringsOnce) {
   BindingProperty source;
   for (int i = 0; i < 50; ++i) {
