@@ -66,9 +66,9 @@ struct CollectionBlock {
   }
 };
 
-// A member of a structure: a node of a red-black tree ordered by name, also
-// threaded in name order through `next` so that walks follow one link per
-// member.
+// A member of a structure: threaded in name order through `next`, so that
+// walks follow one link per member, and, in a structure of more than 16
+// members, also a node of a red-black tree ordered by name.
 struct MemberNode {
   MemberNode* left;
   MemberNode* right;
@@ -80,7 +80,7 @@ struct MemberNode {
 
 // A non-empty structure. An empty structure may have no record at all.
 struct StructureRecord {
-  MemberNode* root;
+  MemberNode* root;   // the tree; null while the `next` chain alone is searched
   MemberNode* first;  // the least name: where walks start
   MemberNode* last;   // the greatest name: for appending in order
   size_t count;
