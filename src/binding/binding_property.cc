@@ -93,7 +93,16 @@ bool IsContainer(BindingKind kind) {
   return kind == BindingKind::kCollection || kind == BindingKind::kStructure;
 }
 
-// ---- Red-black tree of structure members (insertion only) ----
+// ---- Structure members: a chain in name order, and a red-black tree ----
+//
+// Structures of up to kLinearMembers members have no tree (a null root):
+// searching their short chain costs no more than descending a tree, and
+// decoders then put members in place without linking one (msgpack_bench
+// ReadMessagePackBench, json_bench ReadWithCodec). The tree is built when
+// one more member arrives.
+constexpr size_t kLinearMembers = 16;
+
+// The tree of a larger structure allows insertion only.
 //
 // Nodes keep no parent link: insertion records its descent path instead.
 // A red-black tree of n nodes is at most 2*log2(n+1) deep.
@@ -162,8 +171,44 @@ void RebalanceAfterInsert(StructureRecord& tree, MemberNode** path, size_t depth
   tree.root->red = false;
 }
 
+// Links sorted[lo, hi) (not empty) into a balanced tree: every level above `red_depth`
+// is full, so colouring exactly the nodes at `red_depth` (the deepest level)
+// red gives every path the same number of black nodes.
+MemberNode* BuildBalanced(MemberNode* const* sorted, size_t lo, size_t hi, size_t depth,
+                          size_t red_depth) {
+  const size_t middle = lo + (hi - lo) / 2;
+  MemberNode* node = sorted[middle];
+  node->red = depth == red_depth;
+  if (hi - lo == 1) {  // a leaf: most nodes, so without further calls
+    node->left = node->right = nullptr;
+    return node;
+  }
+  node->left = middle > lo ? BuildBalanced(sorted, lo, middle, depth + 1, red_depth) : nullptr;
+  node->right =
+      middle + 1 < hi ? BuildBalanced(sorted, middle + 1, hi, depth + 1, red_depth) : nullptr;
+  return node;
+}
+
+// Gives a structure that has just outgrown the linear form its tree, built
+// from the members' name-order chain. REQUIRES: count == kLinearMembers + 1.
+void LinkTree(StructureRecord& tree) {
+  MemberNode* sorted[kLinearMembers + 1];
+  size_t count = 0;
+  for (MemberNode* node = tree.first; node != nullptr; node = node->next) sorted[count++] = node;
+  const size_t red_depth = static_cast<size_t>(std::bit_width(count) - 1);
+  tree.root = BuildBalanced(sorted, 0, count, 0, red_depth);
+  tree.root->red = false;
+}
+
 const MemberNode* FindNode(const StructureRecord* tree, std::string_view name) {
   if (tree == nullptr) return nullptr;
+  if (tree->root == nullptr) {  // a small structure: its members in name order
+    for (const MemberNode* node = tree->first; node != nullptr; node = node->next) {
+      const int order = CompareNames(name, node->name);
+      if (order <= 0) return order == 0 ? node : nullptr;
+    }
+    return nullptr;
+  }
   const MemberNode* node = tree->root;
   while (node != nullptr) {
     const int order = CompareNames(name, node->name);
@@ -448,7 +493,19 @@ BindingProperty& BindingTree::InsertMember(BindingProperty& structure, std::stri
   size_t depth = 0;
   MemberNode* predecessor = nullptr;  // the member the new one follows
   bool as_left = false;
-  if (tree != nullptr) {
+  const bool linear = tree == nullptr || tree->root == nullptr;
+  if (tree != nullptr && linear) {
+    const int order_to_last = CompareNames(name, tree->last->name);
+    if (order_to_last == 0) return tree->last->value;
+    if (order_to_last > 0) predecessor = tree->last;
+    for (MemberNode* node = order_to_last > 0 ? nullptr : tree->first; node != nullptr;
+         node = node->next) {
+      const int order = CompareNames(name, node->name);
+      if (order == 0) return node->value;
+      if (order < 0) break;
+      predecessor = node;
+    }
+  } else if (tree != nullptr) {
     const int order_to_last = CompareNames(name, tree->last->name);
     if (order_to_last == 0) return tree->last->value;
     if (order_to_last > 0) {
@@ -496,13 +553,6 @@ BindingProperty& BindingTree::InsertMember(BindingProperty& structure, std::stri
   node->name = interned;
   new (&node->value) BindingProperty(&store);
   node->red = true;
-  if (depth == 0) {
-    tree->root = node;
-  } else if (as_left) {
-    path[depth - 1]->left = node;
-  } else {
-    path[depth - 1]->right = node;
-  }
   if (predecessor == nullptr) {
     node->next = tree->first;
     tree->first = node;
@@ -512,6 +562,17 @@ BindingProperty& BindingTree::InsertMember(BindingProperty& structure, std::stri
   }
   if (node->next == nullptr) tree->last = node;
   ++tree->count;
+  if (linear) {
+    if (tree->count > kLinearMembers) LinkTree(*tree);
+    return node->value;
+  }
+  if (depth == 0) {
+    tree->root = node;
+  } else if (as_left) {
+    path[depth - 1]->left = node;
+  } else {
+    path[depth - 1]->right = node;
+  }
   RebalanceAfterInsert(*tree, path, depth, node);
   return node->value;
 }
@@ -689,6 +750,15 @@ void BindingProperty::SetString(const char* text) {
 void BindingProperty::SetString(std::string_view text) {
   // Intern cuts the text at its first NUL byte.
   const InternedString* interned;
+  if (kind_ <= BindingKind::kFloat) {
+    // Nothing to release, so `text` cannot lie in this value's storage: the
+    // case of every value a decoder fills (msgpack_bench
+    // ReadMessagePackBench/queues).
+    interned = text.empty() ? BindingStore::EmptyString() : Store().Intern(text);
+    payload_.record = const_cast<InternedString*>(interned);
+    kind_ = BindingKind::kString;
+    return;
+  }
   if (kind_ == BindingKind::kString) {
     // `text` may be this very string: take the new reference first.
     interned = text.empty() ? BindingStore::EmptyString() : Store().Intern(text);
@@ -871,28 +941,6 @@ void BindingResult::SetError(std::string_view message) {
 
 // ---- StructureBuilder ----
 
-namespace {
-
-// Links sorted[lo, hi) (not empty) into a balanced tree: every level above `red_depth`
-// is full, so colouring exactly the nodes at `red_depth` (the deepest level)
-// red gives every path the same number of black nodes.
-MemberNode* BuildBalanced(MemberNode* const* sorted, size_t lo, size_t hi, size_t depth,
-                          size_t red_depth) {
-  const size_t middle = lo + (hi - lo) / 2;
-  MemberNode* node = sorted[middle];
-  node->red = depth == red_depth;
-  if (hi - lo == 1) {  // a leaf: most nodes, so without further calls
-    node->left = node->right = nullptr;
-    return node;
-  }
-  node->left = middle > lo ? BuildBalanced(sorted, lo, middle, depth + 1, red_depth) : nullptr;
-  node->right =
-      middle + 1 < hi ? BuildBalanced(sorted, middle + 1, hi, depth + 1, red_depth) : nullptr;
-  return node;
-}
-
-}  // namespace
-
 StructureBuilder::~StructureBuilder() {
   while (!levels_.empty()) Close();
   for (Shape& shape : shapes_) {
@@ -905,6 +953,9 @@ void StructureBuilder::Open(BindingProperty& structure) {
   const size_t depth = levels_.size();
   const bool direct = structure.payload_.record != nullptr;  // has members already
   const bool matching = !direct && depth < shapes_.size() && shapes_[depth].count != 0;
+  // Room for every member the level may collect, so that Member never
+  // grows the list (and so needs no clean-up path).
+  if (!direct) collected_.reserve(collected_.size() + kMaxCollected);
   levels_.push_back(Level{&structure, nullptr, collected_.size(), direct, matching});
 }
 
@@ -923,45 +974,46 @@ BindingProperty& StructureBuilder::Member(std::string_view name) {
       if (expected->length == name.size() &&
           binding_internal::SameText(binding_internal::Probe(name.data(), name.size()), name.data(),
                                      expected, name.size())) {
-        // The shared empty string is not counted.
-        if (!name.empty()) ++const_cast<InternedString*>(expected)->references;
         interned = expected;
       }
     }
     if (interned == nullptr) level.matching = false;
   }
-  if (interned == nullptr) {
-    interned = store.Intern(name);  // cut at the first NUL byte
+  // Storage first: when it cannot be had, no reference has been taken yet.
+  if (level.record == nullptr) {
+    level.record = static_cast<StructureRecord*>(store.Allocate(sizeof(StructureRecord)));
+  }
+  auto* node = static_cast<MemberNode*>(store.Allocate(sizeof(MemberNode)));
+  if (interned != nullptr) {
+    // The shared empty string is not counted.
+    if (!name.empty()) ++const_cast<InternedString*>(interned)->references;
+  } else {
+    try {
+      interned = store.Intern(name);  // cut at the first NUL byte
+    } catch (...) {
+      store.Free(node, sizeof(MemberNode));
+      throw;
+    }
     for (size_t i = level.first_collected; i < collected_.size(); ++i) {
       if (collected_[i]->name == interned) {  // one entry per content
         store.Release(interned);
+        store.Free(node, sizeof(MemberNode));
         return collected_[i]->value;
       }
     }
     if (count == kMaxCollected) {
       store.Release(interned);
+      store.Free(node, sizeof(MemberNode));
       Link(level, levels_.size() - 1, false);
       level.direct = true;
       return level.structure->Member(name);
     }
   }
-  MemberNode* node;
-  try {
-    collected_.push_back(nullptr);
-    if (level.record == nullptr) {
-      level.record = static_cast<StructureRecord*>(store.Allocate(sizeof(StructureRecord)));
-    }
-    node = static_cast<MemberNode*>(store.Allocate(sizeof(MemberNode)));
-  } catch (...) {
-    if (collected_.size() > level.first_collected + count) collected_.pop_back();
-    store.Release(interned);
-    throw;
-  }
   node->left = node->right = node->next = nullptr;
   node->name = interned;
   new (&node->value) BindingProperty(&store);
   node->red = false;
-  collected_.back() = node;
+  collected_.push_back(node);  // within the room Open reserved
   return node->value;
 }
 
@@ -985,14 +1037,19 @@ void StructureBuilder::Link(Level& level, size_t depth, bool remember) noexcept 
     // The same names as the structure before: the same tree, laid out from
     // the shape in one pass (msgpack_bench ReadMessagePackBench).
     for (size_t i = 0; i < count; ++i) sorted[i] = nodes[shape->order[i]];
-    for (size_t i = 0; i < count; ++i) {
-      MemberNode* node = sorted[i];
-      node->left = shape->left[i] != Shape::kNoRank ? sorted[shape->left[i]] : nullptr;
-      node->right = shape->right[i] != Shape::kNoRank ? sorted[shape->right[i]] : nullptr;
-      node->red = shape->red[i];
-      node->next = i + 1 < count ? sorted[i + 1] : nullptr;
+    for (size_t i = 0; i + 1 < count; ++i) sorted[i]->next = sorted[i + 1];
+    sorted[count - 1]->next = nullptr;
+    MemberNode* root = nullptr;  // small structures have no tree
+    if (count > kLinearMembers) {
+      for (size_t i = 0; i < count; ++i) {
+        MemberNode* node = sorted[i];
+        node->left = shape->left[i] != Shape::kNoRank ? sorted[shape->left[i]] : nullptr;
+        node->right = shape->right[i] != Shape::kNoRank ? sorted[shape->right[i]] : nullptr;
+        node->red = shape->red[i];
+      }
+      root = sorted[shape->root];
     }
-    *record = StructureRecord{sorted[shape->root], sorted[0], sorted[count - 1], count};
+    *record = StructureRecord{root, sorted[0], sorted[count - 1], count};
   } else {
     uint8_t order[kMaxCollected];
     for (size_t i = 0; i < count; ++i) order[i] = static_cast<uint8_t>(i);
@@ -1003,10 +1060,12 @@ void StructureBuilder::Link(Level& level, size_t depth, bool remember) noexcept 
     if (remember) Remember(depth, nodes, order, count);
     for (size_t i = 0; i + 1 < count; ++i) sorted[i]->next = sorted[i + 1];
     sorted[count - 1]->next = nullptr;
-    const size_t red_depth = static_cast<size_t>(std::bit_width(count) - 1);
-    *record = StructureRecord{BuildBalanced(sorted, 0, count, 0, red_depth), sorted[0],
-                              sorted[count - 1], count};
-    record->root->red = false;
+    *record = StructureRecord{nullptr, sorted[0], sorted[count - 1], count};
+    if (count > kLinearMembers) {  // small structures have no tree
+      const size_t red_depth = static_cast<size_t>(std::bit_width(count) - 1);
+      record->root = BuildBalanced(sorted, 0, count, 0, red_depth);
+      record->root->red = false;
+    }
   }
   level.structure->payload_.record = record;
   collected_.resize(level.first_collected);

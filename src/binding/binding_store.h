@@ -24,6 +24,7 @@
 #define KAV_BINDING_BINDING_STORE_H_
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -65,9 +66,9 @@ struct CollectionBlock {
   }
 };
 
-// A member of a structure: a node of a red-black tree ordered by name, also
-// threaded in name order through `next` so that walks follow one link per
-// member.
+// A member of a structure: threaded in name order through `next`, so that
+// walks follow one link per member, and, in a structure of more than 16
+// members, also a node of a red-black tree ordered by name.
 struct MemberNode {
   MemberNode* left;
   MemberNode* right;
@@ -79,7 +80,7 @@ struct MemberNode {
 
 // A non-empty structure. An empty structure may have no record at all.
 struct StructureRecord {
-  MemberNode* root;
+  MemberNode* root;   // the tree; null while the `next` chain alone is searched
   MemberNode* first;  // the least name: where walks start
   MemberNode* last;   // the greatest name: for appending in order
   size_t count;
@@ -121,10 +122,13 @@ inline TextProbe Probe(const char* text, size_t length) {
   return probe;
 }
 
-// The cache set of a text. REQUIRES: `sets` is a power of two.
+// The cache set of a text: the top bits of a multiplicative hash, which
+// depend on every byte of the probe (texts that differ only in their 7th or
+// 8th byte, such as "PlayerTimedRestriction" and "PlayerLevelRestriction",
+// must not share a set). REQUIRES: `sets` is a power of two, at least 2.
 inline size_t RecentSlot(const TextProbe& probe, size_t length, size_t sets) {
-  const uint64_t mixed = (probe.head ^ (probe.tail << 1) ^ length) * 0x9E3779B97F4A7C15ull;
-  return static_cast<size_t>(mixed >> 32) & (sets - 1);
+  const uint64_t mixed = (probe.head ^ std::rotl(probe.tail, 29) ^ length) * 0x9E3779B97F4A7C15ull;
+  return static_cast<size_t>(mixed >> (64 - std::countr_zero(sets)));
 }
 
 // Whether `text` equals `entry`'s text. REQUIRES: both are `length` long

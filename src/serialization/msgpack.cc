@@ -169,12 +169,12 @@ class MessagePackReader {
           }
           if (top.index < top.reserved) --unfilled_reserved_;
           target = &top.target->At(static_cast<size_t>(top.index++));
-        } else if ((top.index & 1) == 0) {
-          ++top.index;
-          ReadKey(top.pending_key);
-          continue;
         } else {
-          ++top.index;
+          // A key, then straight on to its value when there are bytes left
+          // for one (msgpack_bench ReadMessagePackBench).
+          top.index += 2;
+          ReadKey(top.pending_key);
+          if (failed_ || position_ == count_) break;
           target = &structures_->Member(top.pending_key);
         }
       }

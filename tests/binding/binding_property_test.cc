@@ -9,6 +9,7 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "binding/binding_store.h"
@@ -270,6 +271,92 @@ TEST(BindingPropertyTest, MembersStayPutAndSortedInAnyInsertionOrder) {
     const BindingProperty& read_only = structure;
     EXPECT_EQ(&read_only.Find(model.begin()->first), model.begin()->second);
     EXPECT_EQ(InternedCount(structure), model.size()) << "each name is a key and a value";
+  }
+}
+
+// Small structures are searched along their name-order chain, larger ones
+// through a tree built when they outgrow the chain; either way every member
+// is found, no absent name is, and members inserted across the change of
+// form keep their place. Names are "m<2i>", so "m<2i+1>" and names before
+// the first and after the last are absent.
+TEST(BindingPropertyTest, FindsEveryMemberAndNoOtherAtEverySize) {
+  auto name = [](int i) {
+    std::string digits = std::to_string(i);
+    return "m" + std::string(4 - digits.size(), '0') + digits;
+  };
+  struct Row {
+    const char* order;
+    std::function<int(int, int)> rank;  // the i-th of n names inserted
+  };
+  const Row rows[] = {
+      {"ascending", [](int i, int) { return i; }},
+      {"descending", [](int i, int n) { return n - 1 - i; }},
+      {"outside in", [](int i, int n) { return i % 2 == 0 ? i / 2 : n - 1 - i / 2; }},
+  };
+  for (const Row& row : rows) {
+    for (int count : {1, 2, 15, 16, 17, 18, 40}) {
+      SCOPED_TRACE(std::string(row.order) + ", " + std::to_string(count) + " members");
+      BindingProperty built;
+      std::map<std::string, BindingProperty*> model;
+      for (int i = 0; i < count; ++i) {
+        const std::string member = name(2 * row.rank(i, count) + 2);
+        BindingProperty& value = built.Member(member);
+        value.SetString(member);
+        model.emplace(member, &value);
+        // Every member so far stays where it was and is found.
+        for (const auto& [present, address] : model) {
+          ASSERT_EQ(&std::as_const(built).Find(present), address) << present << " after " << i;
+        }
+      }
+      ASSERT_EQ(built.Size(), model.size());
+      for (int i = 0; i <= 2 * count + 2; i += 2) {
+        const std::string absent = i == 0 ? "a" : name(i + 1);
+        EXPECT_TRUE(std::as_const(built).Find(absent).IsEmpty()) << absent;
+      }
+      EXPECT_TRUE(std::as_const(built).Find("z").IsEmpty());
+      auto expected = model.begin();
+      for (const auto& [member, value] : built.Members()) {
+        ASSERT_EQ(member, expected->first);
+        ASSERT_EQ(&value, expected->second);
+        ++expected;
+      }
+      // A copy (inserted in name order) finds the same members.
+      const BindingProperty copy(built);
+      for (const auto& [present, address] : model) {
+        EXPECT_EQ(copy.Find(present).AsString(), present);
+      }
+    }
+  }
+}
+
+// The recent-strings cache in front of the interning table must keep texts
+// apart that share their length and most of the bytes it probes (the first
+// and last 8): those of a decoded document repeat by the thousand, and each
+// miss costs a full hash.
+TEST(BindingStoreTest, RecentStringsStayFoundWhenTheyDifferInFewBytes) {
+  struct Row {
+    const char* name;
+    std::vector<std::string> texts;
+  };
+  const Row rows[] = {
+      {"differ in the 7th and 8th bytes",
+       {"PlayerTimedRestriction", "PlayerLevelRestriction", "PlayerMinorRestriction"}},
+      {"differ in the first byte", {"aueueId", "bueueId", "cueueId"}},
+      {"differ in the last byte", {"summonerIdA", "summonerIdB", "summonerIdC"}},
+      {"differ in the last 8 of 16 bytes",
+       {"expiredTimestamp", "expiredTimeStamp", "expiredTimestAmp"}},
+      {"short texts", {"30", "31", "40"}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    BindingProperty list;
+    for (const std::string& text : row.texts) list.Append().SetString(text);
+    const BindingStore& store = *list.StoreForTesting();
+    for (const std::string& text : row.texts) {
+      const auto* found = store.FindRecent(text);
+      ASSERT_NE(found, nullptr) << text;
+      EXPECT_EQ(found->View(), text);
+    }
   }
 }
 
