@@ -13,6 +13,7 @@
 #include "host/scenario.h"
 #include "host/scenario_host.h"
 #include "kav/plugin_host.h"
+#include "signed_in_scenario.h"
 
 namespace kav::host {
 namespace {
@@ -25,15 +26,7 @@ constexpr char kV3[] = "/kav-queue-eligibility/v3/eligibility";
 // kQueueCount available queues; the gatekeeper restricts every tenth one
 // for the signed-in player, half of them for a minute.
 Scenario QueueScenario() {
-  Scenario scenario;
-  scenario.session = LoginSession{"SUCCEEDED", kSelf, 5001};
-  scenario.practice_game_enabled = PlatformSwitch::Of(true);
-  scenario.gate_keeper_enabled = PlatformSwitch::Of(true);
-  scenario.summoner_levels = {{kSelf, 30}};
-  ChampionData champions;
-  champions.playable_counts = ChampionPlayableCounts{25, 2, 10, 1};
-  scenario.champions[kSelf] = champions;
-  scenario.gatekeeper.delivery = ProxyDelivery::kDuringPost;
+  Scenario scenario = SignedInScenario(kSelf);
   std::vector<Queue> queues;
   for (int i = 0; i < kQueueCount; ++i) {
     Queue queue;

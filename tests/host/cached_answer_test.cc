@@ -11,6 +11,7 @@
 
 #include "host/scenario.h"
 #include "host/scenario_host.h"
+#include "signed_in_scenario.h"
 
 namespace kav::host {
 namespace {
@@ -39,15 +40,7 @@ GatekeeperRestriction Restriction(int32_t queue_id, const char* reason) {
 }
 
 Scenario BaseScenario() {
-  Scenario scenario;
-  scenario.session = LoginSession{"SUCCEEDED", kSelf, 5001};
-  scenario.practice_game_enabled = PlatformSwitch::Of(true);
-  scenario.gate_keeper_enabled = PlatformSwitch::Of(true);
-  scenario.summoner_levels = {{kSelf, 30}};
-  ChampionData champions;
-  champions.playable_counts = ChampionPlayableCounts{25, 2, 10, 1};
-  scenario.champions[kSelf] = champions;
-  scenario.gatekeeper.delivery = ProxyDelivery::kDuringPost;
+  Scenario scenario = SignedInScenario(kSelf);
   scenario.gatekeeper.restrictions = {Restriction(431, "MIN_LEVEL_RESTRICTED"),
                                       Restriction(433, "BINGE_PREVENTION")};
   std::vector<Queue> queues;
@@ -57,8 +50,8 @@ Scenario BaseScenario() {
 }
 
 std::string V3Url(const std::vector<int32_t>& queue_ids) {
-  std::string url = "/kav-queue-eligibility/v3/eligibility?summonerIds=[" +
-                    std::to_string(kSelf) + "]&queueIds=[";
+  std::string url = "/kav-queue-eligibility/v3/eligibility?summonerIds=[" + std::to_string(kSelf) +
+                    "]&queueIds=[";
   for (size_t i = 0; i < queue_ids.size(); ++i) {
     url += (i > 0 ? "," : "") + std::to_string(queue_ids[i]);
   }
@@ -77,8 +70,7 @@ TEST(CachedAnswerTest, AnswersFollowEveryChangeOfTheCache) {
     return std::vector<ScenarioAction>{SetGatekeeper{changed.gatekeeper}, SetSummonerLevel{31}};
   };
   const Row rows[] = {
-      {"nothing but the level",
-       [](Scenario&) {},
+      {"nothing but the level", [](Scenario&) {},
        [](const Scenario&) { return std::vector<ScenarioAction>{SetSummonerLevel{31}}; }},
       {"a restriction lifted",
        [](Scenario& scenario) { scenario.gatekeeper.restrictions.pop_back(); },
