@@ -401,13 +401,13 @@ class JsonEmitter {
 std::string ReplaceLineFeeds(std::string_view text, std::string_view newline) {
   std::string out;
   out.reserve(text.size() + text.size() / 8 * (newline.size() - 1));
-  for (char c : text) {
-    if (c == '\n') {
-      out += newline;
-    } else {
-      out += c;
-    }
+  size_t start = 0;
+  for (size_t lf = text.find('\n'); lf != std::string_view::npos; lf = text.find('\n', start)) {
+    out.append(text, start, lf - start);
+    out += newline;
+    start = lf + 1;
   }
+  out.append(text, start);
   return out;
 }
 
