@@ -15,6 +15,10 @@
 # log is WORK_DIR/<target>.log; a crashing input is left in WORK_DIR.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# The whole script is one block, read before it runs: a run lasts hours, and
+# bash would otherwise read the rest of the file only when it gets there,
+# from a file that may have changed meanwhile.
+{
 
 target=${1:?usage: scripts/fuzz-long.sh TARGET [WORK_DIR]}
 work=${2:-build/fuzz/long}
@@ -59,3 +63,5 @@ grep -E '^#[0-9]+[[:space:]]+DONE|^stat::' "$work/$target.log" || true
 lowest "$binary" -merge=1 -use_counters=0 -max_len=4096 "${extra[@]}" "fuzz/corpus/$target" \
   "$work/$target-corpus" >"$work/$target-merge.log" 2>&1
 echo "fuzz-long: fuzz/corpus/$target holds $(find "fuzz/corpus/$target" -type f | wc -l) inputs"
+exit
+}
