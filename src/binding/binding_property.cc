@@ -19,6 +19,7 @@ using binding_internal::CollectionBlock;
 using binding_internal::InternedString;
 using binding_internal::MemberNode;
 using binding_internal::StructureRecord;
+using binding_internal::TreeNode;
 
 namespace {
 
@@ -29,8 +30,9 @@ constexpr size_t kFirstCapacity = std::max<size_t>(
     1, (BindingStore::kLargestPooledSize - sizeof(CollectionBlock)) / sizeof(BindingProperty));
 
 static_assert(sizeof(CollectionBlock) % alignof(BindingProperty) == 0);
-static_assert(sizeof(MemberNode) <= BindingStore::kLargestPooledSize,
-              "member nodes must come from the pools");
+static_assert(sizeof(MemberNode) <= BindingStore::kLargestPooledSize &&
+                  sizeof(TreeNode) <= BindingStore::kLargestPooledSize,
+              "member and tree nodes must come from the pools");
 static_assert(std::is_standard_layout_v<MemberNode>);
 
 [[noreturn]] void ThrowTooManyElements() {
@@ -108,8 +110,7 @@ constexpr size_t kLinearMembers = 16;
 // A red-black tree of n nodes is at most 2*log2(n+1) deep.
 constexpr size_t kMaxTreeDepth = 2 * 8 * sizeof(size_t);
 
-void Relink(StructureRecord& tree, MemberNode* parent, MemberNode* old_child,
-            MemberNode* new_child) {
+void Relink(StructureRecord& tree, TreeNode* parent, TreeNode* old_child, TreeNode* new_child) {
   if (parent == nullptr) {
     tree.root = new_child;
   } else if (parent->left == old_child) {
@@ -121,14 +122,13 @@ void Relink(StructureRecord& tree, MemberNode* parent, MemberNode* old_child,
 
 // Restores the red-black rules after `node` (red) was linked below
 // path[depth - 1]; path[0 .. depth) are its ancestors from the root down.
-void RebalanceAfterInsert(StructureRecord& tree, MemberNode** path, size_t depth,
-                          MemberNode* node) {
+void RebalanceAfterInsert(StructureRecord& tree, TreeNode** path, size_t depth, TreeNode* node) {
   while (depth >= 2 && path[depth - 1]->red) {
-    MemberNode* parent = path[depth - 1];
-    MemberNode* grandparent = path[depth - 2];
-    MemberNode* above = depth >= 3 ? path[depth - 3] : nullptr;
+    TreeNode* parent = path[depth - 1];
+    TreeNode* grandparent = path[depth - 2];
+    TreeNode* above = depth >= 3 ? path[depth - 3] : nullptr;
     if (parent == grandparent->left) {
-      MemberNode* uncle = grandparent->right;
+      TreeNode* uncle = grandparent->right;
       if (uncle != nullptr && uncle->red) {
         parent->red = uncle->red = false;
         grandparent->red = true;
@@ -146,7 +146,7 @@ void RebalanceAfterInsert(StructureRecord& tree, MemberNode** path, size_t depth
       parent->right = grandparent;
       Relink(tree, above, grandparent, parent);
     } else {
-      MemberNode* uncle = grandparent->left;
+      TreeNode* uncle = grandparent->left;
       if (uncle != nullptr && uncle->red) {
         parent->red = uncle->red = false;
         grandparent->red = true;
@@ -171,33 +171,79 @@ void RebalanceAfterInsert(StructureRecord& tree, MemberNode** path, size_t depth
   tree.root->red = false;
 }
 
-// Links sorted[lo, hi) (not empty) into a balanced tree: every level above `red_depth`
-// is full, so colouring exactly the nodes at `red_depth` (the deepest level)
-// red gives every path the same number of black nodes.
-MemberNode* BuildBalanced(MemberNode* const* sorted, size_t lo, size_t hi, size_t depth,
-                          size_t red_depth) {
+// Links sorted[lo, hi) (not empty) into a balanced tree: every level above
+// `red_depth` is full, so colouring exactly the nodes at `red_depth` (the
+// deepest level) red gives every path the same number of black nodes.
+TreeNode* BuildBalanced(TreeNode* const* sorted, size_t lo, size_t hi, size_t depth,
+                        size_t red_depth) {
   const size_t middle = lo + (hi - lo) / 2;
-  MemberNode* node = sorted[middle];
+  TreeNode* node = sorted[middle];
   node->red = depth == red_depth;
-  if (hi - lo == 1) {  // a leaf: most nodes, so without further calls
-    node->left = node->right = nullptr;
-    return node;
-  }
   node->left = middle > lo ? BuildBalanced(sorted, lo, middle, depth + 1, red_depth) : nullptr;
   node->right =
       middle + 1 < hi ? BuildBalanced(sorted, middle + 1, hi, depth + 1, red_depth) : nullptr;
   return node;
 }
 
-// Gives a structure that has just outgrown the linear form its tree, built
-// from the members' name-order chain. REQUIRES: count == kLinearMembers + 1.
-void LinkTree(StructureRecord& tree) {
-  MemberNode* sorted[kLinearMembers + 1];
+// Tree nodes taken before the member that needs them is linked, so that a
+// failed allocation leaves the structure as it was. What is not handed over
+// goes back to the store.
+class SpareTreeNodes {
+ public:
+  static constexpr size_t kMost = kLinearMembers + 1;
+
+  explicit SpareTreeNodes(BindingStore& store) : store_(store) {}
+  SpareTreeNodes(const SpareTreeNodes&) = delete;
+  SpareTreeNodes& operator=(const SpareTreeNodes&) = delete;
+  ~SpareTreeNodes() {
+    while (count_ > 0) store_.Free(nodes_[--count_], sizeof(TreeNode));
+  }
+
+  // REQUIRES: count <= kMost.
+  void Take(size_t count) {
+    for (; count_ < count; ++count_) {
+      nodes_[count_] = static_cast<TreeNode*>(store_.Allocate(sizeof(TreeNode)));
+    }
+  }
+  // REQUIRES: one was taken and not handed over yet.
+  TreeNode* HandOver() { return nodes_[--count_]; }
+
+ private:
+  BindingStore& store_;
+  TreeNode* nodes_[kMost];
+  size_t count_ = 0;
+};
+
+// Gives a structure that has just outgrown the linear form its tree over
+// the members' name-order chain. REQUIRES: count == kLinearMembers + 1, and
+// as many nodes in `spare`.
+void LinkTree(StructureRecord& tree, SpareTreeNodes& spare) {
+  TreeNode* sorted[kLinearMembers + 1];
   size_t count = 0;
-  for (MemberNode* node = tree.first; node != nullptr; node = node->next) sorted[count++] = node;
+  for (MemberNode* member = tree.first; member != nullptr; member = member->next) {
+    TreeNode* node = spare.HandOver();
+    node->member = member;
+    sorted[count++] = node;
+  }
   const size_t red_depth = static_cast<size_t>(std::bit_width(count) - 1);
   tree.root = BuildBalanced(sorted, 0, count, 0, red_depth);
   tree.root->red = false;
+}
+
+// Frees a structure's tree without a stack: rotating each left child up
+// leaves a node with no left child, which goes.
+void FreeTree(BindingStore& store, TreeNode* node) noexcept {
+  while (node != nullptr) {
+    if (TreeNode* left = node->left; left != nullptr) {
+      node->left = left->right;
+      left->right = node;
+      node = left;
+    } else {
+      TreeNode* right = node->right;
+      store.Free(node, sizeof(TreeNode));
+      node = right;
+    }
+  }
 }
 
 const MemberNode* FindNode(const StructureRecord* tree, std::string_view name) {
@@ -209,10 +255,10 @@ const MemberNode* FindNode(const StructureRecord* tree, std::string_view name) {
     }
     return nullptr;
   }
-  const MemberNode* node = tree->root;
+  const TreeNode* node = tree->root;
   while (node != nullptr) {
-    const int order = CompareNames(name, node->name);
-    if (order == 0) return node;
+    const int order = CompareNames(name, node->member->name);
+    if (order == 0) return node->member;
     node = order < 0 ? node->left : node->right;
   }
   return nullptr;
@@ -357,7 +403,10 @@ void BindingTree::ReleaseContainer(BindingStore& store, BindingKind kind, void* 
         store.Free(member, sizeof(MemberNode));
         member = next;
       }
-      if (descend_into == nullptr && record != nullptr) store.Free(record, sizeof(StructureRecord));
+      if (descend_into == nullptr && record != nullptr) {
+        FreeTree(store, static_cast<StructureRecord*>(record)->root);
+        store.Free(record, sizeof(StructureRecord));
+      }
     }
 
     if (descend_into != nullptr) {
@@ -489,7 +538,7 @@ BindingProperty& BindingTree::InsertMember(BindingProperty& structure, std::stri
     name = UpToFirstNul(name);
   }
   auto* tree = StructureOf(structure);
-  MemberNode* path[kMaxTreeDepth];
+  TreeNode* path[kMaxTreeDepth];
   size_t depth = 0;
   MemberNode* predecessor = nullptr;  // the member the new one follows
   bool as_left = false;
@@ -510,18 +559,18 @@ BindingProperty& BindingTree::InsertMember(BindingProperty& structure, std::stri
     if (order_to_last == 0) return tree->last->value;
     if (order_to_last > 0) {
       // Greater than all: the new node goes right of the rightmost spine.
-      for (MemberNode* node = tree->root; node != nullptr; node = node->right) {
+      for (TreeNode* node = tree->root; node != nullptr; node = node->right) {
         path[depth++] = node;
       }
       predecessor = tree->last;
     } else {
-      MemberNode* node = tree->root;
+      TreeNode* node = tree->root;
       for (;;) {
-        const int order = CompareNames(name, node->name);
-        if (order == 0) return node->value;
+        const int order = CompareNames(name, node->member->name);
+        if (order == 0) return node->member->value;
         path[depth++] = node;
-        if (order > 0) predecessor = node;
-        MemberNode* next = order < 0 ? node->left : node->right;
+        if (order > 0) predecessor = node->member;
+        TreeNode* next = order < 0 ? node->left : node->right;
         if (next == nullptr) {
           as_left = order < 0;
           break;
@@ -530,29 +579,35 @@ BindingProperty& BindingTree::InsertMember(BindingProperty& structure, std::stri
       }
     }
   }
-  const InternedString* interned;
-  if (recent != nullptr) {
-    store.AddReference(recent);
-    interned = recent;
-  } else {
-    interned = known_hash != nullptr ? store.Intern(name, *known_hash) : store.Intern(name);
-  }
-  MemberNode* node;
+  // Storage and name first: when they cannot be had, nothing has changed.
+  SpareTreeNodes spare(store);
+  StructureRecord* fresh = nullptr;
+  MemberNode* node = nullptr;
   try {
     if (tree == nullptr) {
-      tree = static_cast<StructureRecord*>(store.Allocate(sizeof(StructureRecord)));
-      *tree = StructureRecord{nullptr, nullptr, nullptr, 0};
-      structure.payload_.record = tree;
+      fresh = static_cast<StructureRecord*>(store.Allocate(sizeof(StructureRecord)));
+    } else if (!linear) {
+      spare.Take(1);
+    } else if (tree->count == kLinearMembers) {
+      spare.Take(kLinearMembers + 1);
     }
     node = static_cast<MemberNode*>(store.Allocate(sizeof(MemberNode)));
+    if (recent != nullptr) {
+      store.AddReference(recent);
+      node->name = recent;
+    } else {
+      node->name = known_hash != nullptr ? store.Intern(name, *known_hash) : store.Intern(name);
+    }
   } catch (...) {
-    store.Release(interned);
+    if (node != nullptr) store.Free(node, sizeof(MemberNode));
+    if (fresh != nullptr) store.Free(fresh, sizeof(StructureRecord));
     throw;
   }
-  node->left = node->right = nullptr;
-  node->name = interned;
+  if (fresh != nullptr) {
+    *fresh = StructureRecord{nullptr, nullptr, nullptr, 0};
+    structure.payload_.record = tree = fresh;
+  }
   new (&node->value) BindingProperty(&store);
-  node->red = true;
   if (predecessor == nullptr) {
     node->next = tree->first;
     tree->first = node;
@@ -563,17 +618,19 @@ BindingProperty& BindingTree::InsertMember(BindingProperty& structure, std::stri
   if (node->next == nullptr) tree->last = node;
   ++tree->count;
   if (linear) {
-    if (tree->count > kLinearMembers) LinkTree(*tree);
+    if (tree->count > kLinearMembers) LinkTree(*tree, spare);
     return node->value;
   }
+  TreeNode* tree_node = spare.HandOver();
+  *tree_node = TreeNode{nullptr, nullptr, node, true};
   if (depth == 0) {
-    tree->root = node;
+    tree->root = tree_node;
   } else if (as_left) {
-    path[depth - 1]->left = node;
+    path[depth - 1]->left = tree_node;
   } else {
-    path[depth - 1]->right = node;
+    path[depth - 1]->right = tree_node;
   }
-  RebalanceAfterInsert(*tree, path, depth, node);
+  RebalanceAfterInsert(*tree, path, depth, tree_node);
   return node->value;
 }
 
@@ -1009,10 +1066,9 @@ BindingProperty& StructureBuilder::Member(std::string_view name) {
       return level.structure->Member(name);
     }
   }
-  node->left = node->right = node->next = nullptr;
+  node->next = nullptr;
   node->name = interned;
   new (&node->value) BindingProperty(&store);
-  node->red = false;
   collected_.push_back(node);  // within the room Open reserved
   return node->value;
 }
@@ -1027,29 +1083,19 @@ void StructureBuilder::Close() noexcept {
 // remembers their names for `depth` when `remember`. REQUIRES: the level is
 // the innermost (open or just closed) and `depth` is its depth.
 void StructureBuilder::Link(Level& level, size_t depth, bool remember) noexcept {
+  static_assert(kMaxCollected <= kLinearMembers, "collected structures need no tree");
   MemberNode* const* nodes = collected_.data() + level.first_collected;
   const size_t count = collected_.size() - level.first_collected;
-  if (count == 0) return;  // the structure stays empty, with no record
+  if (count == 0) {  // the structure stays empty, with no record
+    if (level.record != nullptr) store_->Free(level.record, sizeof(StructureRecord));
+    return;
+  }
   MemberNode* sorted[kMaxCollected];
-  StructureRecord* record = level.record;
   const Shape* shape = depth < shapes_.size() ? &shapes_[depth] : nullptr;
   if (level.matching && shape != nullptr && shape->count == count) {
-    // The same names as the structure before: the same tree, laid out from
-    // the shape in one pass (msgpack_bench ReadMessagePackBench).
+    // The same names as the structure before: the same order, without
+    // comparing names (msgpack_bench ReadMessagePackBench).
     for (size_t i = 0; i < count; ++i) sorted[i] = nodes[shape->order[i]];
-    for (size_t i = 0; i + 1 < count; ++i) sorted[i]->next = sorted[i + 1];
-    sorted[count - 1]->next = nullptr;
-    MemberNode* root = nullptr;  // small structures have no tree
-    if (count > kLinearMembers) {
-      for (size_t i = 0; i < count; ++i) {
-        MemberNode* node = sorted[i];
-        node->left = shape->left[i] != Shape::kNoRank ? sorted[shape->left[i]] : nullptr;
-        node->right = shape->right[i] != Shape::kNoRank ? sorted[shape->right[i]] : nullptr;
-        node->red = shape->red[i];
-      }
-      root = sorted[shape->root];
-    }
-    *record = StructureRecord{root, sorted[0], sorted[count - 1], count};
   } else {
     uint8_t order[kMaxCollected];
     for (size_t i = 0; i < count; ++i) order[i] = static_cast<uint8_t>(i);
@@ -1058,16 +1104,11 @@ void StructureBuilder::Link(Level& level, size_t depth, bool remember) noexcept 
     });
     for (size_t i = 0; i < count; ++i) sorted[i] = nodes[order[i]];
     if (remember) Remember(depth, nodes, order, count);
-    for (size_t i = 0; i + 1 < count; ++i) sorted[i]->next = sorted[i + 1];
-    sorted[count - 1]->next = nullptr;
-    *record = StructureRecord{nullptr, sorted[0], sorted[count - 1], count};
-    if (count > kLinearMembers) {  // small structures have no tree
-      const size_t red_depth = static_cast<size_t>(std::bit_width(count) - 1);
-      record->root = BuildBalanced(sorted, 0, count, 0, red_depth);
-      record->root->red = false;
-    }
   }
-  level.structure->payload_.record = record;
+  for (size_t i = 0; i + 1 < count; ++i) sorted[i]->next = sorted[i + 1];
+  sorted[count - 1]->next = nullptr;
+  *level.record = StructureRecord{nullptr, sorted[0], sorted[count - 1], count};
+  level.structure->payload_.record = level.record;
   collected_.resize(level.first_collected);
 }
 
@@ -1089,23 +1130,6 @@ void StructureBuilder::Remember(size_t depth, MemberNode* const* nodes, const ui
     shape.order[i] = order[i];
   }
   shape.count = count;
-  const size_t red_depth = static_cast<size_t>(std::bit_width(count) - 1);
-  shape.root = LayOutBalanced(shape, 0, count, 0, red_depth);
-  shape.red[shape.root] = false;
-}
-
-// Lays out the ranks [lo, hi) (not empty) in `shape` as BuildBalanced links
-// them; returns the rank at the top.
-uint8_t StructureBuilder::LayOutBalanced(Shape& shape, size_t lo, size_t hi, size_t depth,
-                                         size_t red_depth) noexcept {
-  const size_t middle = lo + (hi - lo) / 2;
-  shape.red[middle] = depth == red_depth;
-  shape.left[middle] =
-      middle > lo ? LayOutBalanced(shape, lo, middle, depth + 1, red_depth) : Shape::kNoRank;
-  shape.right[middle] = middle + 1 < hi
-                            ? LayOutBalanced(shape, middle + 1, hi, depth + 1, red_depth)
-                            : Shape::kNoRank;
-  return static_cast<uint8_t>(middle);
 }
 
 }  // namespace kav

@@ -290,8 +290,10 @@ class StructureBuilder {
   void Close() noexcept;
 
  private:
-  // Structures with more members than this are filled member by member.
-  static constexpr size_t kMaxCollected = 32;
+  // Structures with more members than this are filled member by member:
+  // as many as a structure holds before it needs a tree, so that putting
+  // the collected ones in place allocates nothing.
+  static constexpr size_t kMaxCollected = 16;
   // Names are remembered for the structures of the first depths only.
   static constexpr size_t kRememberedDepths = 16;
 
@@ -303,25 +305,16 @@ class StructureBuilder {
     bool matching;                              // the names so far repeat the remembered ones
   };
   // The names of the last structure closed at one depth, in text order, and
-  // their name order; each name holds a reference. With them, the balanced
-  // tree of `count` members that Link builds, by rank in name order: the
-  // children of each rank (kNoRank when none), its colour and the root.
+  // their name order; each name holds a reference.
   struct Shape {
-    static constexpr uint8_t kNoRank = 0xFF;
     const binding_internal::InternedString* names[kMaxCollected];
     uint8_t order[kMaxCollected];
-    uint8_t left[kMaxCollected];
-    uint8_t right[kMaxCollected];
-    bool red[kMaxCollected];
-    uint8_t root;
     size_t count = 0;
   };
 
   void Link(Level& level, size_t depth, bool remember) noexcept;
   void Remember(size_t depth, binding_internal::MemberNode* const* nodes, const uint8_t* order,
                 size_t count) noexcept;
-  static uint8_t LayOutBalanced(Shape& shape, size_t lo, size_t hi, size_t depth,
-                                size_t red_depth) noexcept;
 
   BindingStore* store_ = nullptr;
   std::vector<Level> levels_;
