@@ -11,6 +11,9 @@
 #   --cpu N          the core to pin the run to (default 1)
 #   --repetitions N  runs of each benchmark, interleaved; medians are reported (default 5)
 #   --no-build       use the kav_bench already built
+#   `spread` is the larger of the two sides' coefficients of variation over
+#   the repetitions: a ratio within about that much of its target is decided
+#   by the machine's noise, not by the code.
 # Exit status: 0 when the run completed (whether or not every target is met).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -83,13 +86,16 @@ report=$(jq --argjson cases "$cases" --argjson calls "$calls" --argjson repetiti
   def ns: .cpu_time * ({"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[.time_unit]);
   ([.benchmarks[] | select(.run_type == "iteration" or .aggregate_name == "median")
     | {key: .run_name, value: ns}] | from_entries) as $median
+  | ([.benchmarks[] | select(.aggregate_name == "cv") | {key: .run_name, value: .cpu_time}]
+     | from_entries) as $cv
   | {
       context: {date: .context.date, host: .context.host_name, cpus: .context.num_cpus,
                 mhz: .context.mhz_per_cpu, load_avg: .context.load_avg, cpu: $cpu,
                 repetitions: $repetitions},
       codecs: [$cases[] | {case: .[0], ours: .[1], baseline: .[2], target: .[3],
                            ours_ns: $median[.[1]], baseline_ns: $median[.[2]]}
-               | . + {ratio: (if .ours_ns and .baseline_ns then .ours_ns / .baseline_ns else null end)}
+               | . + {ratio: (if .ours_ns and .baseline_ns then .ours_ns / .baseline_ns else null end),
+                      spread: ([$cv[.ours], $cv[.baseline]] | map(select(. != null)) | max)}
                | . + {met: (.ratio != null and .ratio <= .target)}],
       calls: [$calls[] | {what: .[0], benchmark: .[1], queues: .[2], ns: $median[.[1]]}
               | . + {calls_per_s: (if .ns then 1e9 / .ns else null end),
@@ -107,10 +113,11 @@ jq -r '
     | join("  ");
   "kav_bench, one run pinned to one core: CPU-time medians (\(.context.date), load average \(.context.load_avg | map(. * 100 | round / 100 | tostring) | join(" ")))",
   "",
-  (["case", "ours", "baseline", "ratio", "target", "met?"] | row([34, 10, 10, 5, 7, 4])),
+  (["case", "ours", "baseline", "ratio", "target", "met?", "spread"] | row([34, 10, 10, 5, 7, 4, 6])),
   (.codecs[] | [.case, (.ours_ns | fmt_ns), (.baseline_ns | fmt_ns), (.ratio | fmt2),
-                "<= \(.target | fmt2)", (if .met then "yes" else "NO" end)]
-             | row([34, 10, 10, 5, 7, 4])),
+                "<= \(.target | fmt2)", (if .met then "yes" else "NO" end),
+                (if .spread then "\(.spread * 100 | round)%" else "-" end)]
+             | row([34, 10, 10, 5, 7, 4, 6])),
   "",
   (["call", "time", "calls/s", "us/queue"] | row([34, 10, 10, 8])),
   (.calls[] | [.what, (.ns | fmt_ns),
