@@ -19,6 +19,7 @@ using binding_internal::CollectionBlock;
 using binding_internal::InternedString;
 using binding_internal::MemberNode;
 using binding_internal::StructureRecord;
+using binding_internal::TextProbe;
 using binding_internal::TreeNode;
 
 namespace {
@@ -875,14 +876,6 @@ void BindingProperty::BecomeStructure() {
   kind_ = BindingKind::kStructure;
 }
 
-void BindingProperty::MakeCollection() {
-  if (kind_ != BindingKind::kCollection) BecomeCollection();
-}
-
-void BindingProperty::MakeStructure() {
-  if (kind_ != BindingKind::kStructure) BecomeStructure();
-}
-
 void BindingProperty::GrowCollection(size_t count) {
   if (count > kMaxElements) ThrowTooManyElements();
   CollectionBlock* old = BindingTree::CollectionOf(*this);
@@ -908,6 +901,21 @@ void BindingProperty::Reserve(size_t count) {
 }
 
 BindingProperty& BindingProperty::At(size_t index) {
+  if (kind_ == BindingKind::kCollection && payload_.record != nullptr) {
+    // An element that exists or comes next within the capacity: what a
+    // decoder filling a reserved collection asks for (msgpack_bench
+    // ReadMessagePackBench).
+    CollectionBlock* block = BindingTree::CollectionOf(*this);
+    if (index < block->size) return block->Elements()[index];
+    if (index == block->size && index < block->capacity) {
+      block->size = static_cast<uint32_t>(index + 1);
+      return *new (block->Elements() + index) BindingProperty(store_);
+    }
+  }
+  return Extend(index);
+}
+
+BindingProperty& BindingProperty::Extend(size_t index) {
   MakeCollection();
   CollectionBlock* block = BindingTree::CollectionOf(*this);
   const size_t size = block != nullptr ? block->size : 0;
@@ -1000,7 +1008,9 @@ void BindingResult::SetError(std::string_view message) {
 
 StructureBuilder::~StructureBuilder() {
   while (!levels_.empty()) Close();
-  for (Shape& shape : shapes_) {
+  if (shapes_ == nullptr) return;
+  for (size_t depth = 0; depth < kRememberedDepths; ++depth) {
+    const Shape& shape = shapes_[depth];
     for (size_t i = 0; i < shape.count; ++i) store_->Release(shape.names[i]);
   }
 }
@@ -1009,67 +1019,85 @@ void StructureBuilder::Open(BindingProperty& structure) {
   if (store_ == nullptr) store_ = &structure.Store();
   const size_t depth = levels_.size();
   const bool direct = structure.payload_.record != nullptr;  // has members already
-  const bool matching = !direct && depth < shapes_.size() && shapes_[depth].count != 0;
-  // Room for every member the level may collect, so that Member never
-  // grows the list (and so needs no clean-up path).
-  if (!direct) collected_.reserve(collected_.size() + kMaxCollected);
-  levels_.push_back(Level{&structure, nullptr, collected_.size(), direct, matching});
+  const Shape* expected = nullptr;
+  const size_t first = collected_top_;
+  if (!direct) {
+    if (shapes_ != nullptr && depth < kRememberedDepths && shapes_[depth].count != 0) {
+      expected = &shapes_[depth];
+    }
+    // Room for every member the level may collect, so that Member never
+    // grows the list (and so needs no clean-up path).
+    if (collected_.size() < first + kMaxCollected) collected_.resize(first + kMaxCollected);
+    collected_top_ = first + kMaxCollected;
+  }
+  levels_.push_back(Level{&structure, nullptr, expected, static_cast<uint32_t>(first), 0, direct});
 }
 
 BindingProperty& StructureBuilder::Member(std::string_view name) {
   Level& level = levels_.back();
-  if (level.direct) return level.structure->Member(name);
-  BindingStore& store = *store_;
-  const size_t count = collected_.size() - level.first_collected;
-  const InternedString* interned = nullptr;
-  if (level.matching) {
+  if (level.expected != nullptr) {
     // Names distinct so far and equal to the remembered ones: this one, if
-    // it is the next remembered name, is new in the structure too.
-    const Shape& shape = shapes_[levels_.size() - 1];
-    if (count < shape.count) {
-      const InternedString* expected = shape.names[count];
-      if (expected->length == name.size() &&
-          binding_internal::SameText(binding_internal::Probe(name.data(), name.size()), name.data(),
-                                     expected, name.size())) {
-        interned = expected;
+    // it is the next remembered name, is new in the structure too
+    // (msgpack_bench ReadMessagePackBench).
+    const Shape& shape = *level.expected;
+    const uint32_t index = level.count;
+    const InternedString* interned = index < shape.count ? shape.names[index] : nullptr;
+    if (interned != nullptr && interned->length == name.size()) {
+      const TextProbe probe = binding_internal::Probe(name.data(), name.size());
+      if (probe.head == shape.probes[index].head && probe.tail == shape.probes[index].tail &&
+          (name.size() <= 16 ||
+           std::memcmp(name.data() + 8, interned->Text() + 8, name.size() - 16) == 0)) {
+        // Storage first: when it cannot be had, no reference has been taken.
+        BindingStore& store = *store_;
+        if (level.record == nullptr) {
+          level.record = static_cast<StructureRecord*>(store.Allocate(sizeof(StructureRecord)));
+        }
+        auto* node = static_cast<MemberNode*>(store.Allocate(sizeof(MemberNode)));
+        store.AddReference(interned);
+        node->name = interned;  // `next` is set when the level is linked
+        new (&node->value) BindingProperty(&store);
+        collected_[level.first_collected + index] = node;
+        level.count = index + 1;
+        return node->value;
       }
     }
-    if (interned == nullptr) level.matching = false;
+    level.expected = nullptr;
   }
-  // Storage first: when it cannot be had, no reference has been taken yet.
+  return Collect(level, name);
+}
+
+BindingProperty& StructureBuilder::Collect(Level& level, std::string_view name) {
+  if (level.direct) return level.structure->Member(name);
+  BindingStore& store = *store_;
   if (level.record == nullptr) {
     level.record = static_cast<StructureRecord*>(store.Allocate(sizeof(StructureRecord)));
   }
   auto* node = static_cast<MemberNode*>(store.Allocate(sizeof(MemberNode)));
-  if (interned != nullptr) {
-    // The shared empty string is not counted.
-    if (!name.empty()) ++const_cast<InternedString*>(interned)->references;
-  } else {
-    try {
-      interned = store.Intern(name);  // cut at the first NUL byte
-    } catch (...) {
-      store.Free(node, sizeof(MemberNode));
-      throw;
-    }
-    for (size_t i = level.first_collected; i < collected_.size(); ++i) {
-      if (collected_[i]->name == interned) {  // one entry per content
-        store.Release(interned);
-        store.Free(node, sizeof(MemberNode));
-        return collected_[i]->value;
-      }
-    }
-    if (count == kMaxCollected) {
+  const InternedString* interned = nullptr;
+  try {
+    interned = store.Intern(name);  // cut at the first NUL byte
+  } catch (...) {
+    store.Free(node, sizeof(MemberNode));
+    throw;
+  }
+  MemberNode** nodes = collected_.data() + level.first_collected;
+  for (size_t i = 0; i < level.count; ++i) {
+    if (nodes[i]->name == interned) {  // one entry per content
       store.Release(interned);
       store.Free(node, sizeof(MemberNode));
-      Link(level, levels_.size() - 1, false);
-      level.direct = true;
-      return level.structure->Member(name);
+      return nodes[i]->value;
     }
   }
-  node->next = nullptr;
+  if (level.count == kMaxCollected) {
+    store.Release(interned);
+    store.Free(node, sizeof(MemberNode));
+    Link(level, levels_.size() - 1, false);
+    level.direct = true;
+    return level.structure->Member(name);
+  }
   node->name = interned;
   new (&node->value) BindingProperty(&store);
-  collected_.push_back(node);  // within the room Open reserved
+  nodes[level.count++] = node;
   return node->value;
 }
 
@@ -1085,48 +1113,53 @@ void StructureBuilder::Close() noexcept {
 void StructureBuilder::Link(Level& level, size_t depth, bool remember) noexcept {
   static_assert(kMaxCollected <= kLinearMembers, "collected structures need no tree");
   MemberNode* const* nodes = collected_.data() + level.first_collected;
-  const size_t count = collected_.size() - level.first_collected;
+  const size_t count = level.count;
   if (count == 0) {  // the structure stays empty, with no record
     if (level.record != nullptr) store_->Free(level.record, sizeof(StructureRecord));
+    collected_top_ = level.first_collected;
     return;
   }
-  MemberNode* sorted[kMaxCollected];
-  const Shape* shape = depth < shapes_.size() ? &shapes_[depth] : nullptr;
-  if (level.matching && shape != nullptr && shape->count == count) {
+  const Shape* shape = level.expected;
+  const uint8_t* order = nullptr;
+  uint8_t sorted[kMaxCollected];
+  if (shape != nullptr && shape->count == count) {
     // The same names as the structure before: the same order, without
     // comparing names (msgpack_bench ReadMessagePackBench).
-    for (size_t i = 0; i < count; ++i) sorted[i] = nodes[shape->order[i]];
+    order = shape->order;
   } else {
-    uint8_t order[kMaxCollected];
-    for (size_t i = 0; i < count; ++i) order[i] = static_cast<uint8_t>(i);
-    std::sort(order, order + count, [nodes](uint8_t a, uint8_t b) {
+    for (size_t i = 0; i < count; ++i) sorted[i] = static_cast<uint8_t>(i);
+    std::sort(sorted, sorted + count, [nodes](uint8_t a, uint8_t b) {
       return CompareNames(nodes[a]->name->View(), nodes[b]->name) < 0;
     });
-    for (size_t i = 0; i < count; ++i) sorted[i] = nodes[order[i]];
-    if (remember) Remember(depth, nodes, order, count);
+    order = sorted;
+    if (remember) Remember(depth, nodes, sorted, count);
   }
-  for (size_t i = 0; i + 1 < count; ++i) sorted[i]->next = sorted[i + 1];
-  sorted[count - 1]->next = nullptr;
-  *level.record = StructureRecord{nullptr, sorted[0], sorted[count - 1], count};
+  MemberNode* first = nodes[order[0]];
+  MemberNode* last = first;
+  for (size_t i = 1; i < count; ++i) {
+    MemberNode* node = nodes[order[i]];
+    last->next = node;
+    last = node;
+  }
+  last->next = nullptr;
+  *level.record = StructureRecord{nullptr, first, last, count};
   level.structure->payload_.record = level.record;
-  collected_.resize(level.first_collected);
+  collected_top_ = level.first_collected;
 }
 
 void StructureBuilder::Remember(size_t depth, MemberNode* const* nodes, const uint8_t* order,
                                 size_t count) noexcept {
   if (depth >= kRememberedDepths) return;
-  if (depth >= shapes_.size()) {
-    try {
-      shapes_.resize(depth + 1);
-    } catch (...) {
-      return;  // only a missed shortcut
-    }
+  if (shapes_ == nullptr) {
+    shapes_.reset(new (std::nothrow) Shape[kRememberedDepths]);
+    if (shapes_ == nullptr) return;  // only a missed shortcut
   }
   Shape& shape = shapes_[depth];
   for (size_t i = 0; i < count; ++i) store_->AddReference(nodes[i]->name);
   for (size_t i = 0; i < shape.count; ++i) store_->Release(shape.names[i]);
   for (size_t i = 0; i < count; ++i) {
     shape.names[i] = nodes[i]->name;
+    shape.probes[i] = binding_internal::Probe(nodes[i]->name->Text(), nodes[i]->name->length);
     shape.order[i] = order[i];
   }
   shape.count = count;

@@ -29,6 +29,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -68,6 +69,12 @@ namespace binding_internal {
 struct InternedString;
 struct MemberNode;
 struct StructureRecord;
+// What the interned-string cache knows of a text without reading all of it:
+// its first and last bytes (all of them up to 16 bytes).
+struct TextProbe {
+  uint64_t head = 0;
+  uint64_t tail = 0;
+};
 }  // namespace binding_internal
 
 class BindingProperty {
@@ -155,8 +162,12 @@ class BindingProperty {
   void SetEnum(int32_t value, const StaticTypeIdentity& type);
 
   // Become an empty collection / structure unless already one.
-  void MakeCollection();
-  void MakeStructure();
+  void MakeCollection() {
+    if (kind_ != BindingKind::kCollection) BecomeCollection();
+  }
+  void MakeStructure() {
+    if (kind_ != BindingKind::kStructure) BecomeStructure();
+  }
   // Reserve room for `count` elements of a collection; else nothing.
   // Throws std::length_error beyond 0x0FFFFFFF elements.
   void Reserve(size_t count);
@@ -200,6 +211,8 @@ class BindingProperty {
   void BecomeStructure();
   // Makes room for `count` elements in total. REQUIRES: a collection.
   void GrowCollection(size_t count);
+  // At(index) when the element neither exists nor fits the capacity.
+  BindingProperty& Extend(size_t index);
 
   union Payload {
     bool boolean;
@@ -297,29 +310,41 @@ class StructureBuilder {
   // Names are remembered for the structures of the first depths only.
   static constexpr size_t kRememberedDepths = 16;
 
-  struct Level {
-    BindingProperty* structure;
-    binding_internal::StructureRecord* record;  // allocated with the first member
-    size_t first_collected;                     // its members in collected_
-    bool direct;                                // filled member by member
-    bool matching;                              // the names so far repeat the remembered ones
-  };
   // The names of the last structure closed at one depth, in text order, and
-  // their name order; each name holds a reference.
+  // their name order; each name holds a reference. The probes let a name be
+  // recognised without reading the remembered one's text.
   struct Shape {
     const binding_internal::InternedString* names[kMaxCollected];
+    binding_internal::TextProbe probes[kMaxCollected];
     uint8_t order[kMaxCollected];
     size_t count = 0;
   };
+  struct Level {
+    BindingProperty* structure;
+    binding_internal::StructureRecord* record;  // allocated with the first member
+    // The shape whose names the members so far repeat, in its order; null
+    // once they stop doing so (or when none was remembered).
+    const Shape* expected;
+    uint32_t first_collected;  // its members in collected_
+    uint32_t count;            // members collected so far
+    bool direct;               // filled member by member
+  };
 
+  // Member when the name is not the next one of the level's shape.
+  BindingProperty& Collect(Level& level, std::string_view name);
   void Link(Level& level, size_t depth, bool remember) noexcept;
   void Remember(size_t depth, binding_internal::MemberNode* const* nodes, const uint8_t* order,
                 size_t count) noexcept;
 
   BindingStore* store_ = nullptr;
   std::vector<Level> levels_;
+  // kMaxCollected slots for each open level that collects: the first
+  // collected_top_ are in use.
   std::vector<binding_internal::MemberNode*> collected_;
-  std::vector<Shape> shapes_;  // by depth
+  size_t collected_top_ = 0;
+  // By depth, kRememberedDepths of them once the first is remembered; they
+  // never move, so that a level can point at its shape.
+  std::unique_ptr<Shape[]> shapes_;
 };
 
 // The walking interface of Visit. Scalars are reported by kind; collections

@@ -21,14 +21,6 @@ constexpr size_t RoundUp(size_t size, size_t alignment) {
   return (size + alignment - 1) & ~(alignment - 1);
 }
 
-// The shared entry of the empty string: a header directly followed by a NUL.
-struct EmptyStringEntry {
-  InternedString header;
-  char terminator;
-};
-constinit const EmptyStringEntry kEmptyString = {{nullptr, 0x811C9DC5u, 0, 0}, '\0'};
-static_assert(offsetof(EmptyStringEntry, terminator) == sizeof(InternedString));
-
 size_t InternedBytes(size_t length) {
   return RoundUp(sizeof(InternedString) + length + 1, alignof(InternedString));
 }
@@ -175,19 +167,11 @@ size_t BindingStore::PagesHeld() const {
   return pages;
 }
 
-const InternedString* BindingStore::EmptyString() noexcept {
-  return &kEmptyString.header;
-}
-
 void BindingStore::Remember(const InternedString* entry) noexcept {
   RecentSet& set =
       recent_[RecentSlot(Probe(entry->Text(), entry->length), entry->length, kRecentSets)];
   set.ways[1] = set.ways[0];
   set.ways[0] = entry;
-}
-
-void BindingStore::AddReference(const InternedString* entry) noexcept {
-  if (entry != EmptyString()) ++const_cast<InternedString*>(entry)->references;
 }
 
 const InternedString* BindingStore::Intern(std::string_view text) {

@@ -46,6 +46,14 @@ struct InternedString {
   std::string_view View() const { return {Text(), length}; }
 };
 
+// The shared entry of the empty string: a header directly followed by a NUL.
+struct EmptyStringEntry {
+  InternedString header;
+  char terminator;
+};
+inline constexpr EmptyStringEntry kEmptyString = {{nullptr, 0x811C9DC5u, 0, 0}, '\0'};
+static_assert(offsetof(EmptyStringEntry, terminator) == sizeof(InternedString));
+
 // A blob; the bytes follow the header.
 struct BlobRecord {
   size_t size;
@@ -102,13 +110,6 @@ inline uint32_t HashText(std::string_view text) {
   }
   return hash;
 }
-
-// What the recent-strings cache knows of a text without reading all of it:
-// its first and last bytes (all of them up to 16 bytes).
-struct TextProbe {
-  uint64_t head = 0;
-  uint64_t tail = 0;
-};
 
 inline TextProbe Probe(const char* text, size_t length) {
   TextProbe probe;
@@ -243,11 +244,15 @@ class BindingStore {
     return nullptr;
   }
   // Raises the reference count of an entry of this store.
-  void AddReference(const InternedString* entry) noexcept;
+  void AddReference(const InternedString* entry) noexcept {
+    if (entry != EmptyString()) ++const_cast<InternedString*>(entry)->references;
+  }
   // Drops one reference; the entry goes away at zero.
   void Release(const InternedString* entry) noexcept;
   // The shared static entry of the empty string.
-  static const InternedString* EmptyString() noexcept;
+  static const InternedString* EmptyString() noexcept {
+    return &binding_internal::kEmptyString.header;
+  }
 
   // Distinct strings interned right now.
   size_t InternedCount() const { return interned_count_; }

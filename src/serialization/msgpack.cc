@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <new>
 #include <span>
@@ -88,6 +89,17 @@ constexpr std::array<ByteClass, 256> MakeByteClassTable() {
 }
 
 constexpr std::array<ByteClass, 256> kByteClass = MakeByteClassTable();
+
+// The unsigned number of sizeof(T) bytes at `at`, most significant first.
+template <typename T>
+T LoadBigEndian(const uint8_t* at) {
+  static_assert(std::endian::native == std::endian::little, "a little-endian target");
+  T value;
+  std::memcpy(&value, at, sizeof value);
+  if constexpr (sizeof value == 2) return __builtin_bswap16(value);
+  if constexpr (sizeof value == 4) return __builtin_bswap32(value);
+  if constexpr (sizeof value == 8) return __builtin_bswap64(value);
+}
 
 constexpr std::string_view kInvalidData = "Invalid MessagePack data at position %1.";
 constexpr std::string_view kKeyNotString =
@@ -201,15 +213,27 @@ class MessagePackReader {
   }
 
   // Reads a big-endian unsigned number of `width` bytes (1, 2, 4 or 8).
-  bool ReadFixed(uint32_t width, uint64_t& out) {
+  [[gnu::always_inline]] bool ReadFixed(uint32_t width, uint64_t& out) {
     if (Remaining() < width) {
       FailTruncated(width);
       return false;
     }
-    uint64_t value = 0;
-    for (uint32_t i = 0; i < width; ++i) value = (value << 8) | bytes_[position_ + i];
+    const uint8_t* at = bytes_ + position_;
     position_ += width;
-    out = value;
+    switch (width) {
+      case 1:
+        out = at[0];
+        break;
+      case 2:
+        out = LoadBigEndian<uint16_t>(at);
+        break;
+      case 4:
+        out = LoadBigEndian<uint32_t>(at);
+        break;
+      default:
+        out = LoadBigEndian<uint64_t>(at);
+        break;
+    }
     return true;
   }
 

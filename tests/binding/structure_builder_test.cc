@@ -65,6 +65,10 @@ TEST(StructureBuilderTest, GivesTheStructuresThatMemberGives) {
       {"long names",
        {{"restrictionCodeWithAVeryLongName", "restrictionCodeWithAVeryLongNamf"},
         {"restrictionCodeWithAVeryLongName", "restrictionCodeWithAVeryLongNamf"}}},
+      {"long names differing only in the middle",
+       {{"restrictionCodeXWithAVeryLongName", "b"},
+        {"restrictionCodeYWithAVeryLongName", "b"},
+        {"restrictionCodeYWithAVeryLongName", "a"}}},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
