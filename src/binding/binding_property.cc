@@ -864,18 +864,6 @@ void BindingProperty::SetEnum(int32_t value, const StaticTypeIdentity& type) {
   kind_ = BindingKind::kEnum;
 }
 
-void BindingProperty::BecomeCollection() {
-  Clear();
-  payload_.record = nullptr;
-  kind_ = BindingKind::kCollection;
-}
-
-void BindingProperty::BecomeStructure() {
-  Clear();
-  payload_.record = nullptr;
-  kind_ = BindingKind::kStructure;
-}
-
 void BindingProperty::GrowCollection(size_t count) {
   if (count > kMaxElements) ThrowTooManyElements();
   CollectionBlock* old = BindingTree::CollectionOf(*this);

@@ -207,8 +207,16 @@ class BindingProperty {
   // Clear(), first copying `text` into `holder` when it may live in the
   // storage that clearing releases.
   void ClearKeeping(std::string_view& text, std::string& holder);
-  void BecomeCollection();
-  void BecomeStructure();
+  void BecomeCollection() noexcept {
+    ClearForScalar();
+    payload_.record = nullptr;
+    kind_ = BindingKind::kCollection;
+  }
+  void BecomeStructure() noexcept {
+    ClearForScalar();
+    payload_.record = nullptr;
+    kind_ = BindingKind::kStructure;
+  }
   // Makes room for `count` elements in total. REQUIRES: a collection.
   void GrowCollection(size_t count);
   // At(index) when the element neither exists nor fits the capacity.

@@ -306,6 +306,7 @@ class MessagePackReader {
       // ReadMessagePackBench).
       structures_->Open(target);
     } else {
+      const bool fresh = target.Kind() != BindingKind::kCollection || target.Size() == 0;
       target.MakeCollection();
       // A fresh collection gets room for its declared elements at once
       // (msgpack_bench ReadMessagePackBench), but only for as many as the
@@ -314,7 +315,7 @@ class MessagePackReader {
       // reserved never exceeds what the input could fill.
       const uint32_t fillable =
           Remaining() > unfilled_reserved_ ? Remaining() - unfilled_reserved_ : 0;
-      if (target.Size() == 0 && count > 1 && fillable > 1) {
+      if (fresh && count > 1 && fillable > 1) {
         reserved = std::min({count, fillable, kMessagePackMaxElements});
         target.Reserve(reserved);
         unfilled_reserved_ += reserved;
