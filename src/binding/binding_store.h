@@ -5,8 +5,9 @@
 //
 // Small records come from 18 pools of fixed-size slots (4 to 72 bytes in
 // steps of 4). Each pool first uses a 144-byte block inside the store, then
-// 4096-byte pages from the process-wide PageProvider; a page goes back to the
-// provider as soon as none of its slots is in use. Larger records come from
+// 4096-byte pages from the process-wide PageProvider (once it has a page, that
+// page's fresh slots come before the block's freed ones); a page goes back to
+// the provider as soon as none of its slots is in use. Larger records come from
 // the general heap and are remembered, so that Reset and the destructor drop
 // all storage of the tree at once without walking it.
 //
