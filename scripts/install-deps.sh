@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need, when missing.
-# Usage: scripts/install-deps.sh [--bench] [--fuzz] [--windows]
+# Usage: scripts/install-deps.sh [--bench] [--fuzz] [--valgrind] [--windows]
 # Safe to run repeatedly; does nothing when everything is present.
 # --windows also installs the MinGW-w64 cross compilers and wine64
 # (scripts/install-deps-windows.sh), and with KAV_WINE32=1 the 32-bit part of
@@ -9,10 +9,12 @@ set -uo pipefail
 
 want_bench=0
 want_fuzz=0
+want_valgrind=0
 want_windows=0
 for option in "$@"; do
   [[ "$option" == "--bench" ]] && want_bench=1
   [[ "$option" == "--fuzz" ]] && want_fuzz=1
+  [[ "$option" == "--valgrind" ]] && want_valgrind=1
   [[ "$option" == "--windows" ]] && want_windows=1
 done
 if (( want_windows )); then
@@ -34,6 +36,9 @@ fi
 if (( want_fuzz )); then
   # clang with libFuzzer and the sanitizer runtimes (the "fuzz" preset).
   packages+=(clang libclang-rt-dev)
+fi
+if (( want_valgrind )); then
+  packages+=(valgrind)
 fi
 
 missing=()
