@@ -6,7 +6,8 @@
 # packages it needs first (as root), so it runs on a fresh Debian 12 machine.
 #
 # With no preset named it runs all six, then the browser test of kav-host
-# serve and every fuzz target's corpus replay and 30 s smoke run.
+# serve, every fuzz target's corpus replay and 30 s smoke run, and the Linux
+# test programs under valgrind's memcheck.
 #
 # Usage: scripts/test-all.sh [preset...]
 set -euo pipefail
@@ -45,6 +46,10 @@ if (( everything )); then
   echo "=== fuzz targets: corpus replay and smoke run"
   bash scripts/fuzz-smoke.sh
   timings+=("$(printf '%-18s %4d s' "fuzz smoke" $((SECONDS - started)))")
+  started=$SECONDS
+  echo "=== memcheck: the Linux test programs under valgrind"
+  bash scripts/test-valgrind.sh
+  timings+=("$(printf '%-18s %4d s' "valgrind" $((SECONDS - started)))")
 fi
 echo "=== time per configuration (build and test)"
 printf '%s\n' "${timings[@]}"

@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
 # Runs the Linux x86-64 test programs under valgrind's memcheck: any invalid
 # read or write, use of uninitialised memory or leaked block fails the run.
-# The debug preset is built first. Not part of CI (memcheck makes the suite
-# some thirty times slower); run it after changes to the value layer, the
-# codecs or the host boundary.
+# The debug preset is built first. scripts/test-all.sh runs it last (about
+# four minutes: memcheck makes the suite some fifteen times slower).
 #
 # Usage: scripts/test-valgrind.sh [test-program...]   (default: every kav_*_tests)
 set -euo pipefail
