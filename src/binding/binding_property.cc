@@ -19,7 +19,6 @@ using binding_internal::CollectionBlock;
 using binding_internal::InternedString;
 using binding_internal::MemberNode;
 using binding_internal::StructureRecord;
-using binding_internal::TextProbe;
 using binding_internal::TreeNode;
 
 namespace {
@@ -1030,24 +1029,21 @@ BindingProperty& StructureBuilder::Member(std::string_view name) {
     const Shape& shape = *level.expected;
     const uint32_t index = level.count;
     const InternedString* interned = index < shape.count ? shape.names[index] : nullptr;
-    if (interned != nullptr && interned->length == name.size()) {
-      const TextProbe probe = binding_internal::Probe(name.data(), name.size());
-      if (probe.head == shape.probes[index].head && probe.tail == shape.probes[index].tail &&
-          (name.size() <= 16 ||
-           std::memcmp(name.data() + 8, interned->Text() + 8, name.size() - 16) == 0)) {
-        // Storage first: when it cannot be had, no reference has been taken.
-        BindingStore& store = *store_;
-        if (level.record == nullptr) {
-          level.record = static_cast<StructureRecord*>(store.Allocate(sizeof(StructureRecord)));
-        }
-        auto* node = static_cast<MemberNode*>(store.Allocate(sizeof(MemberNode)));
-        store.AddReference(interned);
-        node->name = interned;  // `next` is set when the level is linked
-        new (&node->value) BindingProperty(&store);
-        collected_[level.first_collected + index] = node;
-        level.count = index + 1;
-        return node->value;
+    if (interned != nullptr && interned->length == name.size() &&
+        binding_internal::SameText(binding_internal::Probe(name.data(), name.size()), name.data(),
+                                   shape.probes[index], interned, name.size())) {
+      // Storage first: when it cannot be had, no reference has been taken.
+      BindingStore& store = *store_;
+      if (level.record == nullptr) {
+        level.record = static_cast<StructureRecord*>(store.Allocate(sizeof(StructureRecord)));
       }
+      auto* node = static_cast<MemberNode*>(store.Allocate(sizeof(MemberNode)));
+      store.AddReference(interned);
+      node->name = interned;  // `next` is set when the level is linked
+      new (&node->value) BindingProperty(&store);
+      collected_[level.first_collected + index] = node;
+      level.count = index + 1;
+      return node->value;
     }
     level.expected = nullptr;
   }

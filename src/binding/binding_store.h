@@ -140,12 +140,11 @@ inline size_t RecentSlot(const TextProbe& probe, size_t length, size_t sets) {
   return static_cast<size_t>(mixed >> (64 - std::countr_zero(sets)));
 }
 
-// Whether `text` equals `entry`'s text. REQUIRES: both are `length` long
-// and `probe` is the text's probe.
-inline bool SameText(const TextProbe& probe, const char* text, const InternedString* entry,
-                     size_t length) {
-  const TextProbe other = Probe(entry->Text(), length);
-  if (probe.head != other.head || probe.tail != other.tail) return false;
+// Whether `text` equals `entry`'s text. REQUIRES: both are `length` long,
+// `probe` is the text's probe and `entry_probe` the entry's.
+inline bool SameText(const TextProbe& probe, const char* text, const TextProbe& entry_probe,
+                     const InternedString* entry, size_t length) {
+  if (probe.head != entry_probe.head || probe.tail != entry_probe.tail) return false;
   if (length <= 16) return true;
   if (length > 64) return std::memcmp(text + 8, entry->Text() + 8, length - 16) == 0;
   for (size_t offset = 8; offset < length - 8; offset += 8) {
@@ -156,6 +155,10 @@ inline bool SameText(const TextProbe& probe, const char* text, const InternedStr
     if (left != right) return false;
   }
   return true;
+}
+inline bool SameText(const TextProbe& probe, const char* text, const InternedString* entry,
+                     size_t length) {
+  return SameText(probe, text, Probe(entry->Text(), length), entry, length);
 }
 
 }  // namespace binding_internal
