@@ -213,7 +213,7 @@ class MessagePackReader {
   }
 
   // Reads a big-endian unsigned number of `width` bytes (1, 2, 4 or 8).
-  [[gnu::always_inline]] bool ReadFixed(uint32_t width, uint64_t& out) {
+  bool ReadFixed(uint32_t width, uint64_t& out) {
     if (Remaining() < width) {
       FailTruncated(width);
       return false;
