@@ -1005,7 +1005,8 @@ StructureBuilder::~StructureBuilder() {
 void StructureBuilder::Open(BindingProperty& structure) {
   if (store_ == nullptr) store_ = &structure.Store();
   const size_t depth = levels_.size();
-  const bool direct = structure.payload_.record != nullptr;  // has members already
+  // Direct when it has members already.
+  const bool direct = in_place_ || structure.payload_.record != nullptr;
   const Shape* expected = nullptr;
   const size_t first = collected_top_;
   if (!direct) {
@@ -1091,9 +1092,22 @@ void StructureBuilder::Close() noexcept {
   if (!level.direct) Link(level, levels_.size(), true);
 }
 
+void StructureBuilder::FillInPlace() noexcept {
+  in_place_ = true;
+  // Innermost first: linking a level frees its collected slots and those of
+  // every level inside it.
+  for (size_t depth = levels_.size(); depth-- > 0;) {
+    Level& level = levels_[depth];
+    if (level.direct) continue;
+    Link(level, depth, false);
+    level.direct = true;
+  }
+}
+
 // Puts the level's collected members in name order into its structure and
-// remembers their names for `depth` when `remember`. REQUIRES: the level is
-// the innermost (open or just closed) and `depth` is its depth.
+// remembers their names for `depth` when `remember`. REQUIRES: no level
+// inside it collects (it is the innermost that does, open or just closed)
+// and `depth` is its depth.
 void StructureBuilder::Link(Level& level, size_t depth, bool remember) noexcept {
   static_assert(kMaxCollected <= kLinearMembers, "collected structures need no tree");
   MemberNode* const* nodes = collected_.data() + level.first_collected;

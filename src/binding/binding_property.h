@@ -287,7 +287,8 @@ class [[nodiscard]] BindingResult : public BindingProperty {
 // same as calling BindingProperty::Member for each name: names end at their
 // first NUL byte, and a repeated name gives the member it named before.
 // While a structure is open its members are reachable only through the
-// references Member returned (Find, Size and iteration do not see them yet).
+// references Member returned (Find, Size and iteration do not see them yet),
+// until FillInPlace.
 //
 // REQUIRES: all structures opened belong to one tree; an open structure
 // stays in place (its collection does not grow) until closed; the builder is
@@ -309,6 +310,10 @@ class StructureBuilder {
   BindingProperty& Member(std::string_view name);
   // Puts the innermost open structure's members in order and closes it.
   void Close() noexcept;
+  // Puts the members collected so far in place in every open structure and
+  // fills every structure, open or opened later, member by member from now
+  // on, so that Find, Size and iteration see each member once inserted.
+  void FillInPlace() noexcept;
 
  private:
   // Structures with more members than this are filled member by member:
@@ -353,6 +358,7 @@ class StructureBuilder {
   // By depth, kRememberedDepths of them once the first is remembered; they
   // never move, so that a level can point at its shape.
   std::unique_ptr<Shape[]> shapes_;
+  bool in_place_ = false;  // set by FillInPlace
 };
 
 // The walking interface of Visit. Scalars are reported by kind; collections

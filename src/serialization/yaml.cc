@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -132,10 +133,6 @@ struct PathStep {
   bool is_index = false;
   size_t index = 0;
   std::string name;
-
-  bool operator==(const PathStep& other) const {
-    return is_index == other.is_index && (is_index ? index == other.index : name == other.name);
-  }
 };
 
 // Paths of anchored nodes are kept as a tree of steps, each pointing at its
@@ -161,12 +158,21 @@ struct Anchor {
   size_t path = kRootPath;
 };
 
-// A node being filled. The root frame has no step.
+// A node being filled, and the step to it from its parent's node (none for
+// the root frame). A member's frame is pushed when its key is read.
 struct Frame {
   BindingProperty* target = nullptr;
-  PathStep step;
+  bool is_index = false;
+  size_t index = 0;
+  std::string name;               // a member's; the buffer is kept for the next frame here
   size_t path = kNoPath;          // this frame's path node once recorded
   Anchor* open_anchor = nullptr;  // the anchor of this sequence or mapping
+  bool mapping = false;           // an open mapping, filled through the builder
+  bool awaiting_value = false;    // a member whose value has not been read
+
+  bool SameStep(const PathStep& step) const {
+    return is_index == step.is_index && (is_index ? index == step.index : name == step.name);
+  }
 };
 
 // What copying a node through an alias costs, and how deep it nests.
@@ -245,13 +251,14 @@ class YamlReader {
 
     // Growing the value may throw (out of memory); that ends the read with
     // an error, never thrown on.
+    structures_.emplace();
     try {
       PushRoot();
       bool parsed = yaml_parser_parse(&parser, &event) != 0;
-      while (parsed && result_.Ok() && event.type != YAML_STREAM_END_EVENT) {
+      while (parsed && event.type != YAML_STREAM_END_EVENT) {
         HandleEvent(event);
-        yaml_event_delete(&event);
         if (!result_.Ok()) break;
+        yaml_event_delete(&event);
         parsed = yaml_parser_parse(&parser, &event) != 0;
       }
     } catch (const std::bad_alloc&) {
@@ -259,6 +266,7 @@ class YamlReader {
       FailAt(kOutOfMemory, event.start_mark);
     }
     depth_ = 0;
+    structures_.reset();  // before the value is failed or moved out
 
     if (result_.Ok() && parser.error != YAML_NO_ERROR) {
       std::string_view problem = parser.problem ? parser.problem : "unknown problem";
@@ -269,7 +277,10 @@ class YamlReader {
   }
 
  private:
-  void Fail(std::string message) { result_.SetError(message); }
+  void Fail(std::string message) {
+    structures_.reset();  // closes the open mappings before the value is cleared
+    result_.SetError(message);
+  }
 
   // Fails with a message whose last two placeholders are the line and
   // column of `mark`, counted from 1.
@@ -288,6 +299,8 @@ class YamlReader {
     frame.target = &target;
     frame.path = depth_ == 1 ? kRootPath : kNoPath;
     frame.open_anchor = nullptr;
+    frame.mapping = false;
+    frame.awaiting_value = false;
     return frame;
   }
 
@@ -300,6 +313,7 @@ class YamlReader {
     if (depth_ == 0) return;
     Frame& frame = frames_[--depth_];
     if (frame.open_anchor) frame.open_anchor->open = false;
+    if (frame.mapping && structures_) structures_->Close();
   }
 
   void HandleEvent(const yaml_event_t& event) {
@@ -309,7 +323,6 @@ class YamlReader {
           Fail(std::string(kMultiDocument));
         } else {
           PushRoot();
-          has_pending_key_ = false;
         }
         return;
       case YAML_SCALAR_EVENT:
@@ -320,7 +333,7 @@ class YamlReader {
         return;
       case YAML_SEQUENCE_END_EVENT:
       case YAML_MAPPING_END_EVENT:
-        has_pending_key_ = false;
+        if (depth_ != 0 && Top().awaiting_value) Pop();  // a key without value: not from libyaml
         Pop();
         return;
       default:  // stream start, document end
@@ -328,14 +341,17 @@ class YamlReader {
     }
   }
 
-  // Finds the node the event fills: a new element of an open sequence, the
-  // member of a pending key (pushing a frame for either), or else the
-  // innermost node itself. Then handles the event.
+  // Finds the node the event fills: the member whose key came last, a new
+  // element of an open sequence (pushing a frame for it), a key of an open
+  // mapping, or else the root. Then handles the event.
   void HandleNode(const yaml_event_t& event) {
     if (depth_ == 0) PushRoot();
-    BindingProperty* target = Top().target;
-    bool pushed = false;
-    if (target->Kind() == BindingKind::kCollection) {
+    Frame& top = Top();
+    BindingProperty* target = top.target;
+    bool key_position = false;
+    if (top.awaiting_value) {
+      top.awaiting_value = false;
+    } else if (target->Kind() == BindingKind::kCollection) {
       size_t index = target->Size();
       if (index >= kMaxElements) {
         FailAt(kTooManyElements, event.start_mark);
@@ -343,20 +359,12 @@ class YamlReader {
       }
       BindingProperty& element = target->Append();
       Frame& frame = Push(element);
-      frame.step.is_index = true;
-      frame.step.index = index;
+      frame.is_index = true;
+      frame.index = index;
       target = &element;
-      pushed = true;
-    } else if (target->Kind() == BindingKind::kStructure && has_pending_key_) {
-      BindingProperty& member = target->Member(pending_key_);
-      Frame& frame = Push(member);
-      frame.step.is_index = false;
-      frame.step.name.swap(pending_key_);  // recycles the buffers of both
-      has_pending_key_ = false;
-      target = &member;
-      pushed = true;
+    } else {
+      key_position = target->Kind() == BindingKind::kStructure;
     }
-    bool key_position = !pushed && target->Kind() == BindingKind::kStructure;
 
     switch (event.type) {
       case YAML_SCALAR_EVENT:
@@ -396,17 +404,25 @@ class YamlReader {
       FailAt(kInvalidKey, event.start_mark);
       return;
     }
-    pending_key_.assign(reinterpret_cast<const char*>(event.data.scalar.value),
-                        event.data.scalar.length);
-    has_pending_key_ = true;
+    std::string_view text(reinterpret_cast<const char*>(event.data.scalar.value),
+                          event.data.scalar.length);
     std::string_view anchor = ToView(event.data.scalar.anchor);
     if (!anchor.empty()) {
       Anchor* entry = EnterAnchor(anchor, event.start_mark);
-      if (entry) {
-        entry->is_key_text = true;
-        entry->key_text = pending_key_;
-      }
+      if (!entry) return;
+      entry->is_key_text = true;
+      entry->key_text = text;
     }
+    PushMember(text).name.assign(text);
+  }
+
+  // Pushes the frame of the member `name` of the mapping on top, which
+  // awaits its value. The builder's innermost level is that mapping.
+  Frame& PushMember(std::string_view name) {
+    Frame& frame = Push(structures_->Member(name));
+    frame.is_index = false;
+    frame.awaiting_value = true;
+    return frame;
   }
 
   void ReadScalar(BindingProperty& target, const yaml_event_t& event) {
@@ -497,8 +513,11 @@ class YamlReader {
       Fail(FormatMessage(kTooDeep, {kYamlMaxDepth, mark.line + 1, mark.column + 1}));
       return;
     }
+    Frame& frame = Top();
     if (is_mapping) {
       target.MakeStructure();
+      structures_->Open(target);
+      frame.mapping = true;
     } else {
       target.MakeCollection();
     }
@@ -557,8 +576,8 @@ class YamlReader {
         FailAt(kInvalidKey, mark);
         return;
       }
-      pending_key_.assign(source ? source->AsString() : std::string_view(anchor.key_text));
-      has_pending_key_ = true;
+      const std::string_view key = source ? source->AsString() : std::string_view(anchor.key_text);
+      PushMember(key).name.assign(key);
       return;
     }
     if (!source) {
@@ -578,6 +597,9 @@ class YamlReader {
   // Enters `name` into the anchor table; fails (and returns null) when it is
   // already there.
   Anchor* EnterAnchor(std::string_view name, const yaml_mark_t& mark) {
+    // An alias finds its anchor's node by path: from here on every member
+    // must be in place as soon as it is inserted.
+    structures_->FillInPlace();
     auto [it, inserted] = anchors_.try_emplace(std::string(name));
     if (!inserted) {
       FailAt(kDuplicateAnchor, name, mark);
@@ -593,7 +615,8 @@ class YamlReader {
     while (frames_[first].path == kNoPath) --first;  // the root frame is always recorded
     size_t parent = frames_[first].path;
     for (size_t i = first + 1; i < depth_; ++i) {
-      path_nodes_.push_back(PathNode{parent, frames_[i].step});
+      const Frame& frame = frames_[i];
+      path_nodes_.push_back(PathNode{parent, PathStep{frame.is_index, frame.index, frame.name}});
       parent = frames_[i].path = path_nodes_.size() - 1;
     }
     return parent;
@@ -612,7 +635,7 @@ class YamlReader {
   bool StepsOverlapCurrentPath() const {
     size_t common = std::min(steps_.size(), depth_ - 1);
     for (size_t i = 0; i < common; ++i) {
-      if (!(*steps_[i] == frames_[i + 1].step)) return false;
+      if (!frames_[i + 1].SameStep(*steps_[i])) return false;
     }
     return true;
   }
@@ -628,10 +651,11 @@ class YamlReader {
   }
 
   BindingResult result_;
+  // Fills the open mappings (the frames marked `mapping`) while the read
+  // lasts; gone before result_ is failed or handed out.
+  std::optional<StructureBuilder> structures_;
   std::vector<Frame> frames_;  // frames_[0, depth_) are live; the rest keep buffers
   size_t depth_ = 0;
-  std::string pending_key_;
-  bool has_pending_key_ = false;
   std::unordered_map<std::string, Anchor> anchors_;  // nodes never move
   std::vector<PathNode> path_nodes_;
   std::vector<const PathStep*> steps_;  // scratch of ReadAlias
