@@ -1005,7 +1005,7 @@ StructureBuilder::~StructureBuilder() {
 void StructureBuilder::Open(BindingProperty& structure) {
   if (store_ == nullptr) store_ = &structure.Store();
   const size_t depth = levels_.size();
-  // Direct when it has members already.
+  // Filled member by member after FillInPlace or when it has members already.
   const bool direct = in_place_ || structure.payload_.record != nullptr;
   const Shape* expected = nullptr;
   const size_t first = collected_top_;

@@ -413,16 +413,16 @@ class YamlReader {
       entry->is_key_text = true;
       entry->key_text = text;
     }
-    PushMember(text).name.assign(text);
+    PushMember(text);
   }
 
   // Pushes the frame of the member `name` of the mapping on top, which
   // awaits its value. The builder's innermost level is that mapping.
-  Frame& PushMember(std::string_view name) {
+  void PushMember(std::string_view name) {
     Frame& frame = Push(structures_->Member(name));
     frame.is_index = false;
+    frame.name.assign(name);
     frame.awaiting_value = true;
-    return frame;
   }
 
   void ReadScalar(BindingProperty& target, const yaml_event_t& event) {
@@ -526,7 +526,7 @@ class YamlReader {
       if (!entry) return;
       entry->path = RecordCurrentPath();
       entry->open = true;
-      Top().open_anchor = entry;
+      frame.open_anchor = entry;
     }
   }
 
@@ -576,8 +576,7 @@ class YamlReader {
         FailAt(kInvalidKey, mark);
         return;
       }
-      const std::string_view key = source ? source->AsString() : std::string_view(anchor.key_text);
-      PushMember(key).name.assign(key);
+      PushMember(source ? source->AsString() : std::string_view(anchor.key_text));
       return;
     }
     if (!source) {
