@@ -942,6 +942,12 @@ BindingProperty& BindingProperty::Append() {
   return At(block != nullptr ? block->size : 0);
 }
 
+std::string_view BindingProperty::NameOfMember(const BindingProperty& member) {
+  const auto* node = reinterpret_cast<const MemberNode*>(reinterpret_cast<const char*>(&member) -
+                                                         offsetof(MemberNode, value));
+  return node->name->View();
+}
+
 BindingProperty& BindingProperty::Member(std::string_view name) {
   if (kind_ == BindingKind::kStructure) return BindingTree::InsertMember(*this, name, nullptr);
   std::string holder;

@@ -180,6 +180,10 @@ class BindingProperty {
   // Makes this a structure if needed and returns the member, inserting an
   // empty one when missing. Like strings, names end at their first NUL byte.
   BindingProperty& Member(std::string_view name);
+  // The name `member` is held under, NUL-terminated. REQUIRES: `member` is
+  // a member of a structure, as Member and StructureBuilder::Member return
+  // it, and still in place.
+  static std::string_view NameOfMember(const BindingProperty& member);
 
   // For tests: the store of this value's tree, null while none was needed.
   const BindingStore* StoreForTesting() const { return store_; }

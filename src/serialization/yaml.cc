@@ -3,6 +3,7 @@
 #include <yaml.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -65,15 +66,23 @@ bool IsFalseWord(std::string_view text) {
          text == "OFF";
 }
 
+// What a plain scalar can be, told by its first byte: only a number starts
+// with a digit, a sign, a point or white space, and only the words of null
+// and of the booleans start with one of "~nNtTyYoOfF". Anything else is text.
+enum class PlainStart : uint8_t { kText, kNumber, kWord };
+
+constexpr std::array<PlainStart, 256> kPlainStart = [] {
+  std::array<PlainStart, 256> table{};
+  for (char c : std::string_view("0123456789-+. \t\n\v\f\r")) {
+    table[static_cast<uint8_t>(c)] = PlainStart::kNumber;
+  }
+  for (char c : std::string_view("~nNtTyYoOfF")) table[static_cast<uint8_t>(c)] = PlainStart::kWord;
+  return table;
+}();
+
 // True when strtod reads all of `text` (NUL-terminated after `text.size()`
-// bytes) to a finite number. Texts that cannot start a finite number are
-// turned away before calling strtod, which is comparatively slow.
+// bytes) to a finite number. REQUIRES: `text` starts as a number may.
 bool ReadsAsFiniteNumber(std::string_view text, double& out) {
-  if (text.empty()) return false;
-  char first = text.front();
-  bool may_start_number = (first >= '0' && first <= '9') || first == '-' || first == '+' ||
-                          first == '.' || first == ' ' || (first >= '\t' && first <= '\r');
-  if (!may_start_number) return false;
   char* end = nullptr;
   double value = std::strtod(text.data(), &end);
   if (end != text.data() + text.size() || !std::isfinite(value)) return false;
@@ -158,20 +167,34 @@ struct Anchor {
   size_t path = kRootPath;
 };
 
-// A node being filled, and the step to it from its parent's node (none for
-// the root frame). A member's frame is pushed when its key is read.
-struct Frame {
-  BindingProperty* target = nullptr;
-  bool is_index = false;
-  size_t index = 0;
-  std::string name;               // a member's; the buffer is kept for the next frame here
-  size_t path = kNoPath;          // this frame's path node once recorded
-  Anchor* open_anchor = nullptr;  // the anchor of this sequence or mapping
-  bool mapping = false;           // an open mapping, filled through the builder
-  bool awaiting_value = false;    // a member whose value has not been read
+// Where a node goes: the value to fill and the step to it from its parent
+// (none for the root).
+struct Slot {
+  BindingProperty* target;
+  bool is_index;  // else a member, named in the tree, or the root
+  size_t index;
+};
 
+// An open sequence or mapping, or for the time of one event the node whose
+// path is recorded or whose alias is copied. Scalars need no frame.
+struct Frame {
+  Slot slot;
+  size_t path = kNoPath;             // this frame's path node once recorded
+  Anchor* open_anchor = nullptr;     // the anchor of this sequence or mapping
+  bool mapping = false;              // an open mapping, filled through the builder
+  size_t count = 0;                  // an open sequence's elements so far
+  BindingProperty* value = nullptr;  // an open mapping's member awaiting its value
+
+  // REQUIRES: not the root frame.
+  PathStep Step() const {
+    return {
+        slot.is_index, slot.index,
+        slot.is_index ? std::string() : std::string(BindingProperty::NameOfMember(*slot.target))};
+  }
   bool SameStep(const PathStep& step) const {
-    return is_index == step.is_index && (is_index ? index == step.index : name == step.name);
+    return slot.is_index == step.is_index &&
+           (slot.is_index ? slot.index == step.index
+                          : BindingProperty::NameOfMember(*slot.target) == step.name);
   }
 };
 
@@ -252,8 +275,8 @@ class YamlReader {
     // Growing the value may throw (out of memory); that ends the read with
     // an error, never thrown on.
     structures_.emplace();
+    depth_ = 0;
     try {
-      PushRoot();
       bool parsed = yaml_parser_parse(&parser, &event) != 0;
       while (parsed && event.type != YAML_STREAM_END_EVENT) {
         HandleEvent(event);
@@ -293,20 +316,16 @@ class YamlReader {
 
   Frame& Top() { return frames_[depth_ - 1]; }
 
-  Frame& Push(BindingProperty& target) {
+  Frame& Push(const Slot& slot) {
     if (depth_ == frames_.size()) frames_.emplace_back();
     Frame& frame = frames_[depth_++];
-    frame.target = &target;
+    frame.slot = slot;
     frame.path = depth_ == 1 ? kRootPath : kNoPath;
     frame.open_anchor = nullptr;
     frame.mapping = false;
-    frame.awaiting_value = false;
+    frame.count = 0;
+    frame.value = nullptr;
     return frame;
-  }
-
-  void PushRoot() {
-    depth_ = 0;
-    Push(result_);
   }
 
   void Pop() {
@@ -319,11 +338,7 @@ class YamlReader {
   void HandleEvent(const yaml_event_t& event) {
     switch (event.type) {
       case YAML_DOCUMENT_START_EVENT:
-        if (!result_.IsEmpty()) {
-          Fail(std::string(kMultiDocument));
-        } else {
-          PushRoot();
-        }
+        if (!result_.IsEmpty()) Fail(std::string(kMultiDocument));
         return;
       case YAML_SCALAR_EVENT:
       case YAML_SEQUENCE_START_EVENT:
@@ -333,7 +348,6 @@ class YamlReader {
         return;
       case YAML_SEQUENCE_END_EVENT:
       case YAML_MAPPING_END_EVENT:
-        if (depth_ != 0 && Top().awaiting_value) Pop();  // a key without value: not from libyaml
         Pop();
         return;
       default:  // stream start, document end
@@ -342,28 +356,24 @@ class YamlReader {
   }
 
   // Finds the node the event fills: the member whose key came last, a new
-  // element of an open sequence (pushing a frame for it), a key of an open
-  // mapping, or else the root. Then handles the event.
+  // element of the open sequence, a key of the open mapping, or else the
+  // root. Then handles the event.
   void HandleNode(const yaml_event_t& event) {
-    if (depth_ == 0) PushRoot();
-    Frame& top = Top();
-    BindingProperty* target = top.target;
+    Slot slot{&result_, false, 0};
     bool key_position = false;
-    if (top.awaiting_value) {
-      top.awaiting_value = false;
-    } else if (target->Kind() == BindingKind::kCollection) {
-      size_t index = target->Size();
-      if (index >= kMaxElements) {
-        FailAt(kTooManyElements, event.start_mark);
-        return;
+    if (depth_ != 0) {
+      Frame& top = Top();
+      if (top.value != nullptr) {
+        slot.target = std::exchange(top.value, nullptr);
+      } else if (!top.mapping) {
+        if (top.count >= kMaxElements) {
+          FailAt(kTooManyElements, event.start_mark);
+          return;
+        }
+        slot = {&top.slot.target->Append(), true, top.count++};
+      } else {
+        key_position = true;
       }
-      BindingProperty& element = target->Append();
-      Frame& frame = Push(element);
-      frame.is_index = true;
-      frame.index = index;
-      target = &element;
-    } else {
-      key_position = target->Kind() == BindingKind::kStructure;
     }
 
     switch (event.type) {
@@ -371,27 +381,26 @@ class YamlReader {
         if (key_position) {
           ReadKey(event);
         } else {
-          ReadScalar(*target, event);
+          ReadScalar(slot, event);
         }
         return;
       case YAML_SEQUENCE_START_EVENT:
-        // A structure target is either a key position or an earlier
-        // mapping under a repeated key: both are refused.
-        if (target->Kind() == BindingKind::kStructure) {
-          FailAt(kSequenceAsKey, event.start_mark);
+      case YAML_MAPPING_START_EVENT: {
+        const bool is_mapping = event.type == YAML_MAPPING_START_EVENT;
+        // A structure target is an earlier mapping under a repeated key:
+        // refused like a key position.
+        if (key_position || slot.target->Kind() == BindingKind::kStructure) {
+          FailAt(is_mapping ? kMappingAsKey : kSequenceAsKey, event.start_mark);
           return;
         }
-        OpenContainer(*target, false, ToView(event.data.sequence_start.anchor), event.start_mark);
+        OpenContainer(
+            slot, is_mapping,
+            ToView(is_mapping ? event.data.mapping_start.anchor : event.data.sequence_start.anchor),
+            event.start_mark);
         return;
-      case YAML_MAPPING_START_EVENT:
-        if (target->Kind() == BindingKind::kStructure) {
-          FailAt(kMappingAsKey, event.start_mark);
-          return;
-        }
-        OpenContainer(*target, true, ToView(event.data.mapping_start.anchor), event.start_mark);
-        return;
+      }
       case YAML_ALIAS_EVENT:
-        ReadAlias(*target, key_position, event);
+        ReadAlias(slot, key_position, event);
         return;
       default:
         return;
@@ -416,24 +425,21 @@ class YamlReader {
     PushMember(text);
   }
 
-  // Pushes the frame of the member `name` of the mapping on top, which
-  // awaits its value. The builder's innermost level is that mapping.
-  void PushMember(std::string_view name) {
-    Frame& frame = Push(structures_->Member(name));
-    frame.is_index = false;
-    frame.name.assign(name);
-    frame.awaiting_value = true;
-  }
+  // Inserts the member `name` into the mapping on top, the builder's
+  // innermost level; the next node is its value.
+  void PushMember(std::string_view name) { Top().value = &structures_->Member(name); }
 
-  void ReadScalar(BindingProperty& target, const yaml_event_t& event) {
-    ConvertScalar(target, event);
+  void ReadScalar(const Slot& slot, const yaml_event_t& event) {
+    ConvertScalar(*slot.target, event);
     if (!result_.Ok()) return;
     std::string_view anchor = ToView(event.data.scalar.anchor);
     if (!anchor.empty()) {
       Anchor* entry = EnterAnchor(anchor, event.start_mark);
-      if (entry) entry->path = RecordCurrentPath();
+      if (!entry) return;
+      Push(slot);
+      entry->path = RecordCurrentPath();
+      Pop();
     }
-    Pop();
   }
 
   void ConvertScalar(BindingProperty& target, const yaml_event_t& event) {
@@ -449,21 +455,38 @@ class YamlReader {
       target.SetString(text);
       return;
     }
-    if (IsNullWord(text)) {
+    if (text.empty()) {
       target.Clear();
       return;
     }
-    if (StoreShortInteger(target, text)) return;
-    double number = 0;
-    if (ReadsAsFiniteNumber(text, number)) {
-      StoreNumber(target, number);
-    } else if (IsTrueWord(text)) {
-      target.SetBool(true);
-    } else if (IsFalseWord(text)) {
-      target.SetBool(false);
-    } else {
-      target.SetString(text);
+    switch (kPlainStart[static_cast<uint8_t>(text.front())]) {
+      case PlainStart::kNumber: {
+        if (StoreShortInteger(target, text)) return;
+        double number = 0;
+        if (ReadsAsFiniteNumber(text, number)) {
+          StoreNumber(target, number);
+          return;
+        }
+        break;
+      }
+      case PlainStart::kWord:
+        if (IsNullWord(text)) {
+          target.Clear();
+          return;
+        }
+        if (IsTrueWord(text)) {
+          target.SetBool(true);
+          return;
+        }
+        if (IsFalseWord(text)) {
+          target.SetBool(false);
+          return;
+        }
+        break;
+      case PlainStart::kText:
+        break;
     }
+    target.SetString(text);
   }
 
   void ConvertTagged(BindingProperty& target, std::string_view tag, std::string_view text) {
@@ -505,21 +528,21 @@ class YamlReader {
     if (!status.Ok()) Fail(std::string(status.Error()));
   }
 
-  void OpenContainer(BindingProperty& target, bool is_mapping, std::string_view anchor,
+  void OpenContainer(const Slot& slot, bool is_mapping, std::string_view anchor,
                      const yaml_mark_t& mark) {
-    // Every frame below the target's is an open container; the target's
-    // frame becomes one now.
-    if (depth_ > kYamlMaxDepth) {
+    if (depth_ >= kYamlMaxDepth) {
       Fail(FormatMessage(kTooDeep, {kYamlMaxDepth, mark.line + 1, mark.column + 1}));
       return;
     }
-    Frame& frame = Top();
+    Frame& frame = Push(slot);
+    BindingProperty& target = *slot.target;
     if (is_mapping) {
       target.MakeStructure();
       structures_->Open(target);
       frame.mapping = true;
     } else {
       target.MakeCollection();
+      frame.count = target.Size();  // a repeated key appends to its sequence
     }
     if (!anchor.empty()) {
       Anchor* entry = EnterAnchor(anchor, mark);
@@ -530,7 +553,7 @@ class YamlReader {
     }
   }
 
-  void ReadAlias(BindingProperty& target, bool key_position, const yaml_event_t& event) {
+  void ReadAlias(const Slot& slot, bool key_position, const yaml_event_t& event) {
     std::string_view name = ToView(event.data.alias.anchor);
     const yaml_mark_t& mark = event.start_mark;
     auto found = anchors_.find(std::string(name));
@@ -564,7 +587,7 @@ class YamlReader {
     // The copy lands below the containers open above the target: an alias
     // of an anchor that wraps an alias of the one before would otherwise
     // nest one level deeper each time.
-    if (!key_position && depth_ - 1 + copied_depth > kYamlMaxDepth) {
+    if (!key_position && depth_ + copied_depth > kYamlMaxDepth) {
       Fail(FormatMessage(kTooDeep, {kYamlMaxDepth, mark.line + 1, mark.column + 1}));
       return;
     }
@@ -579,9 +602,13 @@ class YamlReader {
       PushMember(source ? source->AsString() : std::string_view(anchor.key_text));
       return;
     }
+    BindingProperty& target = *slot.target;
     if (!source) {
       target.SetString(anchor.key_text);
-    } else if (StepsOverlapCurrentPath()) {
+      return;
+    }
+    Push(slot);  // the current path now ends at the target
+    if (StepsOverlapCurrentPath()) {
       // The source contains the target or lies inside it (a repeated key
       // reuses a member): copy through a snapshot so that clearing the
       // target cannot pull the source away mid-copy.
@@ -615,7 +642,7 @@ class YamlReader {
     size_t parent = frames_[first].path;
     for (size_t i = first + 1; i < depth_; ++i) {
       const Frame& frame = frames_[i];
-      path_nodes_.push_back(PathNode{parent, PathStep{frame.is_index, frame.index, frame.name}});
+      path_nodes_.push_back(PathNode{parent, frame.Step()});
       parent = frames_[i].path = path_nodes_.size() - 1;
     }
     return parent;
@@ -653,7 +680,7 @@ class YamlReader {
   // Fills the open mappings (the frames marked `mapping`) while the read
   // lasts; gone before result_ is failed or handed out.
   std::optional<StructureBuilder> structures_;
-  std::vector<Frame> frames_;  // frames_[0, depth_) are live; the rest keep buffers
+  std::vector<Frame> frames_;  // frames_[0, depth_) are live
   size_t depth_ = 0;
   std::unordered_map<std::string, Anchor> anchors_;  // nodes never move
   std::vector<PathNode> path_nodes_;

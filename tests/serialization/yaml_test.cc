@@ -148,6 +148,7 @@ TEST(YamlReaderTest, RepeatedKeys) {
       {"scalar replaces scalar", "a: 1\na: 2", true, "{a:u2}"},
       {"scalar replaces sequence", "a: [1]\na: 2", true, "{a:u2}"},
       {"sequence appends to sequence", "a: [1]\na: [2]", true, "{a:[u1,u2]}"},
+      {"anchor in an appended element", "a: [1]\na: [&x 2]\nb: *x", true, "{a:[u1,u2],b:u2}"},
       {"mapping replaces scalar", "a: 1\na: {b: 1}", true, "{a:{b:u1}}"},
       {"mapping replaces sequence", "a: [1]\na: {b: 1}", true, "{a:{b:u1}}"},
       {"scalar replaces mapping", "a: {b: 1}\na: 2", true, "{a:u2}"},
