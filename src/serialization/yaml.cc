@@ -336,60 +336,31 @@ class YamlReader {
   }
 
   void HandleEvent(const yaml_event_t& event) {
+    Slot slot;
     switch (event.type) {
       case YAML_DOCUMENT_START_EVENT:
         if (!result_.IsEmpty()) Fail(std::string(kMultiDocument));
         return;
       case YAML_SCALAR_EVENT:
-      case YAML_SEQUENCE_START_EVENT:
-      case YAML_MAPPING_START_EVENT:
-      case YAML_ALIAS_EVENT:
-        HandleNode(event);
-        return;
-      case YAML_SEQUENCE_END_EVENT:
-      case YAML_MAPPING_END_EVENT:
-        Pop();
-        return;
-      default:  // stream start, document end
-        return;
-    }
-  }
-
-  // Finds the node the event fills: the member whose key came last, a new
-  // element of the open sequence, a key of the open mapping, or else the
-  // root. Then handles the event.
-  void HandleNode(const yaml_event_t& event) {
-    Slot slot{&result_, false, 0};
-    bool key_position = false;
-    if (depth_ != 0) {
-      Frame& top = Top();
-      if (top.value != nullptr) {
-        slot.target = std::exchange(top.value, nullptr);
-      } else if (!top.mapping) {
-        if (top.count >= kMaxElements) {
-          FailAt(kTooManyElements, event.start_mark);
-          return;
-        }
-        slot = {&top.slot.target->Append(), true, top.count++};
-      } else {
-        key_position = true;
-      }
-    }
-
-    switch (event.type) {
-      case YAML_SCALAR_EVENT:
-        if (key_position) {
-          ReadKey(event);
-        } else {
-          ReadScalar(slot, event);
+        switch (NextPosition(event.start_mark, slot)) {
+          case Position::kNode:
+            ReadScalar(slot, event);
+            return;
+          case Position::kKey:
+            ReadKey(event);
+            return;
+          case Position::kFailed:
+            return;
         }
         return;
       case YAML_SEQUENCE_START_EVENT:
       case YAML_MAPPING_START_EVENT: {
         const bool is_mapping = event.type == YAML_MAPPING_START_EVENT;
+        const Position position = NextPosition(event.start_mark, slot);
+        if (position == Position::kFailed) return;
         // A structure target is an earlier mapping under a repeated key:
         // refused like a key position.
-        if (key_position || slot.target->Kind() == BindingKind::kStructure) {
+        if (position == Position::kKey || slot.target->Kind() == BindingKind::kStructure) {
           FailAt(is_mapping ? kMappingAsKey : kSequenceAsKey, event.start_mark);
           return;
         }
@@ -399,12 +370,42 @@ class YamlReader {
             event.start_mark);
         return;
       }
-      case YAML_ALIAS_EVENT:
-        ReadAlias(slot, key_position, event);
+      case YAML_ALIAS_EVENT: {
+        const Position position = NextPosition(event.start_mark, slot);
+        if (position != Position::kFailed) ReadAlias(slot, position == Position::kKey, event);
         return;
-      default:
+      }
+      case YAML_SEQUENCE_END_EVENT:
+      case YAML_MAPPING_END_EVENT:
+        Pop();
+        return;
+      default:  // stream start, document end
         return;
     }
+  }
+
+  enum class Position { kNode, kKey, kFailed };
+
+  // Where the next node goes: the member whose key came last, a new element
+  // of the open sequence (kNode, `slot` set), a key of the open mapping
+  // (kKey), or else the root (kNode). kFailed when the sequence is full.
+  Position NextPosition(const yaml_mark_t& mark, Slot& slot) {
+    if (depth_ == 0) {
+      slot = {&result_, false, 0};
+      return Position::kNode;
+    }
+    Frame& top = Top();
+    if (top.value != nullptr) {
+      slot = {std::exchange(top.value, nullptr), false, 0};
+      return Position::kNode;
+    }
+    if (top.mapping) return Position::kKey;
+    if (top.count >= kMaxElements) {
+      FailAt(kTooManyElements, mark);
+      return Position::kFailed;
+    }
+    slot = {&top.slot.target->Append(), true, top.count++};
+    return Position::kNode;
   }
 
   void ReadKey(const yaml_event_t& event) {
