@@ -336,7 +336,7 @@ class YamlReader {
   }
 
   void HandleEvent(const yaml_event_t& event) {
-    Slot slot;
+    Slot slot{};
     switch (event.type) {
       case YAML_DOCUMENT_START_EVENT:
         if (!result_.IsEmpty()) Fail(std::string(kMultiDocument));
