@@ -39,6 +39,12 @@ static_assert(std::is_standard_layout_v<MemberNode>);
   throw std::length_error("vector too long");
 }
 
+// The member node holding `value`. REQUIRES: `value` is a member's value.
+MemberNode* NodeOfMember(BindingProperty* value) {
+  return reinterpret_cast<MemberNode*>(reinterpret_cast<char*>(value) -
+                                       offsetof(MemberNode, value));
+}
+
 size_t CollectionBytes(size_t capacity) {
   return sizeof(CollectionBlock) + capacity * sizeof(BindingProperty);
 }
@@ -433,8 +439,7 @@ void BindingTree::ReleaseContainer(BindingStore& store, BindingKind kind, void* 
     if (kind == BindingKind::kCollection) {
       index = static_cast<size_t>(slot - static_cast<CollectionBlock*>(record)->Elements()) + 1;
     } else {
-      member = reinterpret_cast<MemberNode*>(reinterpret_cast<char*>(slot) -
-                                             offsetof(MemberNode, value));
+      member = NodeOfMember(slot);
     }
     slot = link.parent_slot;
   }
@@ -943,9 +948,7 @@ BindingProperty& BindingProperty::Append() {
 }
 
 std::string_view BindingProperty::NameOfMember(const BindingProperty& member) {
-  const auto* node = reinterpret_cast<const MemberNode*>(reinterpret_cast<const char*>(&member) -
-                                                         offsetof(MemberNode, value));
-  return node->name->View();
+  return NodeOfMember(const_cast<BindingProperty*>(&member))->name->View();
 }
 
 BindingProperty& BindingProperty::Member(std::string_view name) {

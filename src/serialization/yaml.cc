@@ -423,12 +423,12 @@ class YamlReader {
       entry->is_key_text = true;
       entry->key_text = text;
     }
-    PushMember(text);
+    StartMember(text);
   }
 
   // Inserts the member `name` into the mapping on top, the builder's
   // innermost level; the next node is its value.
-  void PushMember(std::string_view name) { Top().value = &structures_->Member(name); }
+  void StartMember(std::string_view name) { Top().value = &structures_->Member(name); }
 
   void ReadScalar(const Slot& slot, const yaml_event_t& event) {
     ConvertScalar(*slot.target, event);
@@ -600,7 +600,7 @@ class YamlReader {
         FailAt(kInvalidKey, mark);
         return;
       }
-      PushMember(source ? source->AsString() : std::string_view(anchor.key_text));
+      StartMember(source ? source->AsString() : std::string_view(anchor.key_text));
       return;
     }
     BindingProperty& target = *slot.target;
